@@ -1,0 +1,15 @@
+// Geometry rules of the pictures that cross the interface.
+#ifndef BRIMVEL_FRAME_PICTURE_H
+#define BRIMVEL_FRAME_PICTURE_H
+
+namespace tocra {
+
+// Row pitch of a plane: the width rounded up to a multiple of 128 bytes.
+constexpr int Pitch128(int width) { return (width + 127) & ~127; }
+
+// Pitch of a planar chroma plane of a picture `width` pixels wide.
+constexpr int ChromaPitch128(int width) { return Pitch128(width / 2); }
+
+}  // namespace tocra
+
+#endif

@@ -1,0 +1,132 @@
+// Threads that do not go through the worker pool: the four-band plane copy
+// and the start-n-threads helpers used by the warp.
+#include <pthread.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "brimvel_tocra.h"
+#include "frame/log.h"
+
+extern "C" void* MultiThreadDataCopy(void* record) {
+    const tagST_COPY_BAND* band = static_cast<const tagST_COPY_BAND*>(record);
+    const int len = std::min(band->srcPitch, band->dstPitch);
+    if (band->rows < 1 || len <= 0) return nullptr;
+    const uint8_t* src = band->src;
+    uint8_t* dst = band->dst;
+    for (int r = 0; r < band->rows; ++r) {
+        memcpy(dst, src, static_cast<size_t>(len));
+        src += band->srcPitch;
+        dst += band->dstPitch;
+    }
+    return nullptr;
+}
+
+extern "C" int imgDataCopy(const uint8_t* src, uint8_t* dst, int srcPitch, int height, int dstPitch) {
+    // Four bands of height / 4 rows; the last height % 4 rows belong to no
+    // band and are not copied (callers pass multiples of four).
+    const int q = height >> 2;
+    tagST_COPY_BAND bands[4];
+    pthread_t threads[4];
+    bool started[4] = {false, false, false, false};
+    for (int b = 0; b < 4; ++b) {
+        const ptrdiff_t rowOffset = static_cast<ptrdiff_t>(q) * b;
+        bands[b] = {src + static_cast<ptrdiff_t>(srcPitch) * rowOffset, dst + static_cast<ptrdiff_t>(dstPitch) * rowOffset,
+                    srcPitch, dstPitch, q};
+    }
+    for (int b = 0; b < 4; ++b) {
+        started[b] = pthread_create(&threads[b], nullptr, MultiThreadDataCopy, &bands[b]) == 0;
+        if (!started[b]) {
+            TOCRA_LOGI("i = %d", b);
+            // A band whose thread could not start is copied here, so that a
+            // successful return always means the whole copy was made.
+            if (b < 3) MultiThreadDataCopy(&bands[b]);
+        }
+    }
+    // Only threads that exist are joined.
+    for (int b = 0; b < 4; ++b) {
+        if (started[b]) pthread_join(threads[b], nullptr);
+    }
+    if (!started[3]) {
+        TOCRA_LOGI("Thread Create Error!");
+        return TOCRA_THREAD_FAILED;
+    }
+    return TOCRA_OK;
+}
+
+extern "C" int create_thread_lock(void* (*fn)(void*), void* arg, int n) {
+    tagST_THREAD_RECORD* records =
+        static_cast<tagST_THREAD_RECORD*>(malloc(sizeof(tagST_THREAD_RECORD) * static_cast<size_t>(std::max(n, 1))));
+    if (records == nullptr) {
+        TOCRA_LOGE("Buffer malloc Failed!");
+        return -1;
+    }
+    for (int i = 0; i < n; ++i) {
+        records[i].index = i;
+        records[i].arg = arg;
+        if (pthread_create(&records[i].thread, nullptr, fn, &records[i]) != 0) {
+            TOCRA_LOGE("Thread Create Failed!");
+            // The threads already started still read their records: join
+            // them before the records go.
+            for (int j = 0; j < i; ++j) pthread_join(records[j].thread, nullptr);
+            free(records);
+            return -1;
+        }
+    }
+    for (int i = 0; i < n; ++i) pthread_join(records[i].thread, nullptr);
+    free(records);
+    return 0;
+}
+
+namespace {
+
+// A detached thread owns its record: it is freed when the thread function
+// returns or the thread exits, never while the thread may still read it.
+struct OwnedRecord {
+    tagST_THREAD_RECORD record;
+    void* (*fn)(void*);
+};
+
+void FreeOwned(void* p) { free(p); }
+
+void* RunOwned(void* p) {
+    OwnedRecord* owned = static_cast<OwnedRecord*>(p);
+    void* result = nullptr;
+    owned->record.thread = pthread_self();
+    pthread_cleanup_push(FreeOwned, owned);
+    result = owned->fn(&owned->record);
+    pthread_cleanup_pop(1);
+    return result;
+}
+
+}  // namespace
+
+extern "C" int create_thread_unlock(void* (*fn)(void*), void* arg, int n) {
+    for (int i = 0; i < n; ++i) {
+        OwnedRecord* owned = static_cast<OwnedRecord*>(malloc(sizeof(OwnedRecord)));
+        if (owned == nullptr) {
+            TOCRA_LOGE("Buffer malloc Failed!");
+            return -1;
+        }
+        owned->record.index = i;
+        owned->record.arg = arg;
+        owned->fn = fn;
+        pthread_attr_t attr;
+        pthread_attr_init(&attr);
+        pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+        // The handle goes into a local: the thread may finish, and free its
+        // record, before pthread_create returns.
+        pthread_t handle;
+        const int rc = pthread_create(&handle, &attr, RunOwned, owned);
+        pthread_attr_destroy(&attr);
+        if (rc != 0) {
+            TOCRA_LOGE("Thread Create Failed!");
+            free(owned);
+            return -1;
+        }
+    }
+    return 0;
+}
+
+extern "C" int thread_wait(long thread) { return pthread_join(static_cast<pthread_t>(thread), nullptr); }

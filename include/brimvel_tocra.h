@@ -1,0 +1,592 @@
+/*
+ * libbrimvel_tocra: processor-side image stages of the flash / no-flash
+ * capture fusion.
+ *
+ * The camera pipeline installs the two buffer hooks, then calls one entry
+ * point per stage (the functions ending in _TocraAPI), one call at a time.
+ * Every entry point takes one request record by address and returns an int
+ * status (see TOCRA_STATUS). Kernels and helpers are exported as well; they
+ * do not validate their arguments.
+ *
+ * Records that come from the pipeline hold 32-bit buffer handles and 32-bit
+ * ints, packed where marked, so the same bytes work on 32-bit and 64-bit
+ * builds. The library's own records (tagST_PIC, tagST_MATCH_PAIRS,
+ * ST_IMAGEFEATURES, the registration records) hold native pointers.
+ *
+ * Usable from C and C++.
+ */
+#ifndef BRIMVEL_TOCRA_H
+#define BRIMVEL_TOCRA_H
+
+#include <stdarg.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <pthread.h>
+
+#if defined(__GNUC__)
+#define TOCRA_API __attribute__((visibility("default")))
+#define TOCRA_PACKED __attribute__((packed))
+#else
+#define TOCRA_API
+#define TOCRA_PACKED
+#endif
+
+#if defined(__cplusplus)
+#define TOCRA_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
+extern "C" {
+#else
+#define TOCRA_STATIC_ASSERT(cond, msg) _Static_assert(cond, msg)
+#endif
+
+/* ------------------------------------------------------------------------ */
+/* Status codes                                                              */
+/* ------------------------------------------------------------------------ */
+
+enum TOCRA_STATUS {
+    TOCRA_OK = 0,
+    TOCRA_SIZE_NOT_SUPPORTED = 1,   /* "ImageSize input size is not supported" */
+    TOCRA_REG_REJECTED = 3,         /* too few pairs, implausible motion, no overlap */
+    TOCRA_POOL_FAILED = -1,         /* worker pool: bad count, attribute, creation, busy */
+    TOCRA_THREAD_FAILED = -997,     /* thread or pool start failed (and stage-specific) */
+    TOCRA_NULL_POINTER = -998,      /* null pointer or failed handle conversion */
+    TOCRA_CONFIG_NOT_LOADED = -999, /* XML configuration file not loaded */
+    TOCRA_NO_MEMORY = -1000         /* allocation failed */
+};
+
+/* Bounds-checked functions' codes. */
+enum TOCRA_SAFE_STATUS {
+    TOCRA_EOK = 0,
+    TOCRA_EINVAL = 22,             /* destination null, nothing written */
+    TOCRA_ERANGE = 34,             /* destination size 0 or above 2147483647 */
+    TOCRA_EINVAL_AND_RESET = 150,  /* source null, destination reset */
+    TOCRA_ERANGE_AND_RESET = 162,  /* too much data, destination reset */
+    TOCRA_EOVERLAP_AND_RESET = 182 /* regions overlap, destination reset */
+};
+
+/* ------------------------------------------------------------------------ */
+/* Library frame: picture, hooks, allocation                                 */
+/* ------------------------------------------------------------------------ */
+
+/* One YUV 4:2:0 picture. format 2 = planar YUV420, anything else = NV12. */
+typedef struct tagST_PIC {
+    int32_t width;
+    int32_t height;
+    int32_t stride;
+    uint8_t* pY;
+    uint8_t* pU; /* planar: U plane; NV12: interleaved chroma plane */
+    uint8_t* pV; /* planar: V plane; NV12: unused */
+    int32_t format;
+} tagST_PIC;
+
+#define TOCRA_FORMAT_YUV420 2
+
+/* The same picture as the pipeline hands it over: plane fields hold handles. */
+typedef struct tagST_PIC_HANDLE {
+    int32_t width;
+    int32_t height;
+    int32_t stride;
+    uint32_t hY;
+    uint32_t hU;
+    uint32_t hV;
+    int32_t format;
+} tagST_PIC_HANDLE;
+TOCRA_STATIC_ASSERT(sizeof(tagST_PIC_HANDLE) == 28, "picture handle record is 7 words");
+
+typedef void* (*FunConvert2Addr_t)(uint32_t handle);
+typedef void (*FunInvalidBuff_t)(void* addr);
+
+TOCRA_API void setIO2VAConverter(FunConvert2Addr_t fn);
+TOCRA_API void setGraphicBufferInvalidater(FunInvalidBuff_t fn);
+
+TOCRA_API void* iMalloc(size_t size, const char* func, int line);
+TOCRA_API void iFree(void* ptr, const char* func, int line);
+
+/* ------------------------------------------------------------------------ */
+/* Worker pool                                                               */
+/* ------------------------------------------------------------------------ */
+
+#define TOCRA_POOL_MAX_THREADS 8
+
+typedef void (*MultiThreadCallback)(void* arg, int index);
+
+TOCRA_API int MultiThread_Init(int n);
+TOCRA_API void MultiThread_set(int i, MultiThreadCallback callback, void* arg);
+TOCRA_API int MultiThread_trySet(int i, MultiThreadCallback callback, void* arg);
+TOCRA_API int MultiThread_post(int i);
+TOCRA_API int MultiThread_wait(int i);
+TOCRA_API int MultiThread_post_lock(int i);
+TOCRA_API int MultiThread_clean(int i);
+TOCRA_API void MultiThread_destory(void);
+
+/* ------------------------------------------------------------------------ */
+/* Thread helpers and parallel copy                                          */
+/* ------------------------------------------------------------------------ */
+
+/* One band of imgDataCopy. */
+typedef struct tagST_COPY_BAND {
+    const uint8_t* src;
+    uint8_t* dst;
+    int32_t srcPitch;
+    int32_t dstPitch;
+    int32_t rows;
+} tagST_COPY_BAND;
+
+/* What each thread of create_thread_lock / create_thread_unlock receives. */
+typedef struct tagST_THREAD_RECORD {
+    pthread_t thread;
+    int32_t index;
+    void* arg;
+} tagST_THREAD_RECORD;
+
+TOCRA_API int imgDataCopy(const uint8_t* src, uint8_t* dst, int srcPitch, int height, int dstPitch);
+TOCRA_API void* MultiThreadDataCopy(void* band /* tagST_COPY_BAND* */);
+TOCRA_API int create_thread_lock(void* (*fn)(void*), void* arg, int n);
+TOCRA_API int create_thread_unlock(void* (*fn)(void*), void* arg, int n);
+TOCRA_API int thread_wait(long thread);
+
+/* ------------------------------------------------------------------------ */
+/* Integral images and box sums                                              */
+/* ------------------------------------------------------------------------ */
+
+typedef struct IntegralJob {
+    int32_t* pRow1;      /* integral row 1 */
+    const uint8_t* pSrc;
+    int32_t pitch;       /* width + 1 */
+    int32_t srcStride;
+    int32_t integralHeight; /* height + 1 */
+    int32_t taskCount;   /* 4 */
+} IntegralJob;
+
+typedef struct BoxSumHJob {
+    int32_t* pOut;
+    const uint8_t* pSrc;
+    int32_t width;
+    int32_t stride;
+    int32_t height;
+    int32_t radius;
+    int32_t taskCount;
+} BoxSumHJob;
+
+typedef struct BoxSumVJob {
+    const int32_t* pIn;
+    uint8_t* pDst;
+    uint8_t* pScratch;
+    int32_t width;
+    int32_t stride;
+    int32_t height;
+    int32_t radius;
+    int32_t taskCount;
+} BoxSumVJob;
+
+TOCRA_API void IntergralMat_MT(const uint8_t* src, int32_t* dst, int width, int height, int stride);
+TOCRA_API void IntegralMat_partH_Caller(void* job, int index);
+TOCRA_API void IntegralMat_partV_Caller(int32_t* row1, int pitch, int integralHeight);
+
+TOCRA_API int IntegralMat_H_MT(int32_t* out, const uint8_t* src, int width, int stride, int height, int radius);
+TOCRA_API void IntegralMat_H_MtCaller(void* job, int index);
+TOCRA_API void IntegralMat_H_S32XS32(int32_t* out, const uint8_t* src, int width, int stride, int rows, int radius);
+TOCRA_API void IntegralMat_H_S32XS32_Neon(int32_t* out, const uint8_t* src, int width, int stride, int rows, int radius);
+TOCRA_API void IntegralMat_H_S32XS32_Neon3(int32_t* out, const uint8_t* src, int width, int stride, int rows, int radius);
+
+TOCRA_API int IntegralMat_V_MT(uint8_t* dst, const int32_t* in, int width, int stride, int height, int radius,
+                               uint8_t** cursor);
+TOCRA_API void IntegralMat_V_MtCaller(void* job, int index);
+TOCRA_API void IntegralMat_V_S32XS32_Neon2(uint8_t* dst, const int32_t* in, int width, int stride, int rows,
+                                           int radius);
+
+/* ------------------------------------------------------------------------ */
+/* Box filter with face map                                                  */
+/* ------------------------------------------------------------------------ */
+
+/* One detected face: words 1..4 are the edges in full-resolution pixels. */
+typedef struct FaceInfo {
+    int32_t id;
+    int32_t left;
+    int32_t top;
+    int32_t right;
+    int32_t bottom;
+    int32_t reserved[10];
+} FaceInfo;
+TOCRA_STATIC_ASSERT(sizeof(FaceInfo) == 60, "face record is 15 words");
+
+#pragma pack(push, 1)
+typedef struct BoxFilterApiParams {
+    uint32_t hOutput;       /* weight map */
+    uint32_t hFaces;        /* FaceInfo records */
+    uint32_t hWork;         /* work area */
+    int32_t workSize;
+    int32_t faceNum;
+    int32_t nFaceAjustRatio;
+    int32_t nMargin;
+    int32_t width;
+    int32_t height;
+    int32_t nSmoothRadius;
+    uint8_t background;
+} TOCRA_PACKED BoxFilterApiParams;
+#pragma pack(pop)
+TOCRA_STATIC_ASSERT(sizeof(BoxFilterApiParams) == 41, "box filter request is 41 bytes");
+TOCRA_STATIC_ASSERT(offsetof(BoxFilterApiParams, nSmoothRadius) == 36, "box filter request layout");
+TOCRA_STATIC_ASSERT(offsetof(BoxFilterApiParams, background) == 40, "box filter request layout");
+
+TOCRA_API int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, int stride, int height, int radius,
+                                uint8_t* work, int workSize);
+TOCRA_API int BoxFilter_TocraAPI(BoxFilterApiParams* params);
+
+/* ------------------------------------------------------------------------ */
+/* YUV-to-RGB downscale and histograms                                       */
+/* ------------------------------------------------------------------------ */
+
+#pragma pack(push, 1)
+typedef struct BoxfilterYuvParams {
+    uint32_t hMap;
+    uint32_t hFaces;
+    uint32_t hWork;
+    int32_t workSize;
+    int32_t faceNum;
+    int32_t nFaceAjustRatio;
+    int32_t nMargin;
+    int32_t mapWidth;
+    int32_t mapHeight;
+    int32_t nSmoothRadius;
+    uint8_t background; /* not used: this entry fills the map with 255 */
+    uint32_t hSource;   /* luma plane, chroma plane height * stride behind it */
+    uint32_t hDest;     /* result buffer, see the layout in the README */
+    int32_t width;
+    int32_t height;
+    int32_t stride;
+} TOCRA_PACKED BoxfilterYuvParams;
+#pragma pack(pop)
+TOCRA_STATIC_ASSERT(sizeof(BoxfilterYuvParams) == 61, "histogram request is 61 bytes");
+TOCRA_STATIC_ASSERT(offsetof(BoxfilterYuvParams, hSource) == 41, "histogram request layout");
+TOCRA_STATIC_ASSERT(offsetof(BoxfilterYuvParams, hDest) == 45, "histogram request layout");
+TOCRA_STATIC_ASSERT(offsetof(BoxfilterYuvParams, width) == 49, "histogram request layout");
+TOCRA_STATIC_ASSERT(offsetof(BoxfilterYuvParams, height) == 53, "histogram request layout");
+TOCRA_STATIC_ASSERT(offsetof(BoxfilterYuvParams, stride) == 57, "histogram request layout");
+
+TOCRA_API int BoxfilterYuv2RgbHist_TocraAPI(BoxfilterYuvParams* params);
+TOCRA_API void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, int width, int height, int stride);
+TOCRA_API void YUV2RGB_LUTX4_NEON(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r,
+                                  uint32_t* hist, int width, int rows, int stride, int uvStride);
+TOCRA_API int YUV2RGB_LUTX4_NEON_MT(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r,
+                                    uint32_t* hist, int width, int height, int uvStride, int stride);
+
+/* ------------------------------------------------------------------------ */
+/* Frame brightness balance                                                  */
+/* ------------------------------------------------------------------------ */
+
+typedef struct FrameBalanceParams {
+    uint32_t hFrameA;
+    uint32_t hFrameB;
+    uint32_t hOutput; /* FrameBalanceResult */
+    int32_t width;
+    int32_t height;
+    int32_t stride;
+} FrameBalanceParams;
+TOCRA_STATIC_ASSERT(sizeof(FrameBalanceParams) == 24, "balance request is 6 words");
+
+typedef struct FrameBalanceResult {
+    uint32_t cumA[256];
+    uint32_t cumB[256];
+    int32_t joint;
+} FrameBalanceResult;
+TOCRA_STATIC_ASSERT(sizeof(FrameBalanceResult) == 2052, "balance result is 2052 bytes");
+TOCRA_STATIC_ASSERT(offsetof(FrameBalanceResult, joint) == 2048, "balance result layout");
+
+TOCRA_API int CalcuFrameBalance_TocraAPI(FrameBalanceParams* params);
+TOCRA_API void GetCumHist_Neon(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist);
+TOCRA_API int GetCumHist_Neon_MT(const uint8_t* plane, int width, int height, int stride, int step, uint32_t* set);
+TOCRA_API void GetCumSum_NEON(const uint8_t* plane, int width, int rows, int stride, uint32_t* hist);
+TOCRA_API int GetCumSum_Neon_MT(const uint8_t* plane, int width, int height, int stride, uint32_t* set);
+TOCRA_API void CalcForwardIMF(const uint32_t* cumA, const uint32_t* cumB, uint8_t* imf);
+TOCRA_API void CalcJointPoint(const uint32_t* cumB, const uint32_t* cumA, int32_t* joint);
+
+/* ------------------------------------------------------------------------ */
+/* x4 scaling and up-scale error                                             */
+/* ------------------------------------------------------------------------ */
+
+TOCRA_API void Neon_DownScaleX4(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride);
+TOCRA_API int DownScaleX4_Neon_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride,
+                                  int dstStride);
+TOCRA_API void MT_UpScale4X_NEON(const uint8_t* src, int height, int width, int srcStride, int dstStride,
+                                 uint8_t* dst);
+TOCRA_API void UpScaleError_NEON(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int rows, int stride);
+TOCRA_API int UpScaleError_Neon_MT(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int height,
+                                   int stride);
+
+/* ------------------------------------------------------------------------ */
+/* Feature descriptors                                                       */
+/* ------------------------------------------------------------------------ */
+
+/* Keypoint as the pipeline stores it: 1/64 pixel fixed point. */
+typedef struct tagST_KEYPOINT {
+    int32_t x;
+    int32_t y;
+    uint32_t reserved; /* never read or written */
+} tagST_KEYPOINT;
+TOCRA_STATIC_ASSERT(sizeof(tagST_KEYPOINT) == 12, "keypoint record is 12 bytes");
+
+typedef struct ST_IMAGEFEATURES {
+    tagST_KEYPOINT* pKeyPoints;
+    uint8_t* pDescriptors; /* count * 64 bytes */
+    int32_t count;
+} ST_IMAGEFEATURES;
+
+#define TOCRA_DESCRIPTOR_BYTES 64
+
+typedef struct tagST_BRIEF_REQUEST {
+    uint32_t hImage;       /* 8-bit luma plane */
+    uint32_t reserved;     /* not read */
+    uint32_t hKeyPoints;   /* tagST_KEYPOINT[count] */
+    uint32_t hDescriptors; /* count * 64 bytes, written */
+    int32_t width;
+    int32_t height;
+    int32_t stride;
+    int32_t count;
+} tagST_BRIEF_REQUEST;
+TOCRA_STATIC_ASSERT(sizeof(tagST_BRIEF_REQUEST) == 32, "descriptor request is 8 words");
+
+TOCRA_API int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request);
+TOCRA_API int GenerateDiscriptor_Brief_MT(ST_IMAGEFEATURES* features, int* integral, int integralStride);
+TOCRA_API void GenerateDiscriptor_Brief_MT_Caller(void* job, int workerIndex);
+TOCRA_API void GenerateDiscriptor_Brief(const int* integral, ST_IMAGEFEATURES* features, int integralStride);
+TOCRA_API int smoothedSum(const int* integral, int a, int b, int c, int d, int stride);
+
+/* ------------------------------------------------------------------------ */
+/* RANSAC homography estimation                                              */
+/* ------------------------------------------------------------------------ */
+
+typedef struct tagST_MATCH_PAIRS {
+    float* pRefPoint;   /* x, y interleaved */
+    float* pMatchPoint; /* x, y interleaved */
+    int32_t pointNum;
+} tagST_MATCH_PAIRS;
+
+typedef struct tagRANSAC_PARAMS {
+    int32_t maxIters;
+    float threshold; /* squared distance, pixels^2 */
+    float confidence;
+} tagRANSAC_PARAMS;
+
+TOCRA_API int RansacEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PARAMS* params, unsigned char* scratch);
+TOCRA_API int Refine(tagST_MATCH_PAIRS* pairs, unsigned char* mask, float* H, float threshold, float* errSum,
+                     int* inlierCount);
+TOCRA_API int RefineHomography(tagST_MATCH_PAIRS* pairs, float* H, unsigned char* scratch);
+TOCRA_API int HomographyEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PARAMS* params,
+                                   unsigned char* scratch);
+TOCRA_API int AlignData(int value, int alignment);
+
+/* ------------------------------------------------------------------------ */
+/* Levenberg-Marquardt minimiser                                             */
+/* ------------------------------------------------------------------------ */
+
+typedef struct lm_control_type {
+    float ftol;
+    float xtol;
+    float gtol;
+    float epsilon;
+    float stepbound;
+    float fnorm;
+    int32_t maxcall;
+    int32_t nfev;
+    int32_t info;
+} lm_control_type;
+
+typedef void (*lm_evaluate_ftype)(float* x, int m, float* fvec, void* data, int* info);
+typedef void (*lm_print_ftype)(int n, float* x, int m, float* fvec, void* data, int iflag, int iter, int nfev);
+
+TOCRA_API void LM_Minimize(int m, int n, float* x, lm_evaluate_ftype evaluate, lm_print_ftype printout, void* data,
+                           lm_control_type* control, unsigned char* work);
+TOCRA_API void LM_Evaluate(float* h, int m, float* fvec, void* pairs, int* info);
+
+/* ------------------------------------------------------------------------ */
+/* Motion estimation and registration area                                   */
+/* ------------------------------------------------------------------------ */
+
+typedef struct tagST_REGISTRATION_AREA {
+    int32_t x;
+    int32_t y;
+    int32_t width;
+    int32_t height;
+} tagST_REGISTRATION_AREA;
+
+typedef struct tagST_IMGREGISTRATION_PARAMS_IN {
+    tagST_PIC refPic;
+    tagST_PIC srcPic;
+    int32_t reserved[8];
+    tagST_MATCH_PAIRS matchPairs;
+} tagST_IMGREGISTRATION_PARAMS_IN;
+
+#define TOCRA_OUT_PIC_SLOTS 6
+
+typedef struct tagST_IMGREGISTRATION_PARAMS_OUT {
+    tagST_PIC outPic[TOCRA_OUT_PIC_SLOTS];
+    int32_t reserved[2];
+    tagST_REGISTRATION_AREA area;
+} tagST_IMGREGISTRATION_PARAMS_OUT;
+
+TOCRA_API int ImgRegistration_Query(int* size, int* other, int width, int height);
+TOCRA_API int ImgRegistration(tagST_IMGREGISTRATION_PARAMS_IN* in, tagST_IMGREGISTRATION_PARAMS_OUT* out,
+                              int frameIndex);
+TOCRA_API int MotionEstimation(float* H, int width, int height, tagST_REGISTRATION_AREA* area);
+
+/* ------------------------------------------------------------------------ */
+/* Registration entry points (pipeline records: 32-bit words)                */
+/* ------------------------------------------------------------------------ */
+
+typedef struct tagST_RANSAC_REQUEST {
+    uint32_t refPointBuf;   /* float x, y per pair, written */
+    uint32_t matchPointBuf; /* float x, y per pair, written */
+    int32_t pointNum;       /* in: matches; out: pairs kept */
+    uint32_t queryIdx;      /* uint16 per match, into the match image's keypoints */
+    uint32_t trainIdx;      /* uint16 per match, into the reference image's keypoints */
+    uint32_t pDistance;     /* only checked to be convertible */
+    int32_t matchNum;
+    int32_t scale;
+    int32_t reserved;
+    uint32_t refKeypoints;   /* tagST_KEYPOINT records */
+    uint32_t matchKeypoints; /* tagST_KEYPOINT records */
+} tagST_RANSAC_REQUEST;
+TOCRA_STATIC_ASSERT(sizeof(tagST_RANSAC_REQUEST) == 44, "RANSAC request is 11 words");
+
+typedef struct tagST_MATCH_PAIRS_HANDLE {
+    uint32_t refPointBuf;
+    uint32_t matchPointBuf;
+    int32_t pointNum;
+} tagST_MATCH_PAIRS_HANDLE;
+
+/* Registration input record: 22 words, then one pair record per frame 1..5. */
+typedef struct tagST_REGIS_INPUT_RECORD {
+    tagST_PIC_HANDLE refPic;
+    tagST_PIC_HANDLE srcPic;
+    uint32_t reserved[8];
+    tagST_MATCH_PAIRS_HANDLE framePairs[5]; /* entry k-1 belongs to frame k */
+} tagST_REGIS_INPUT_RECORD;
+TOCRA_STATIC_ASSERT(sizeof(tagST_REGIS_INPUT_RECORD) == 37 * 4, "registration input is 22 + 3 x 5 words");
+TOCRA_STATIC_ASSERT(offsetof(tagST_REGIS_INPUT_RECORD, framePairs) == 22 * 4, "registration input layout");
+
+/* Registration output record: 48 words. */
+typedef struct tagST_REGIS_OUTPUT_RECORD {
+    tagST_PIC_HANDLE outPic[TOCRA_OUT_PIC_SLOTS];
+    uint32_t reserved[2];
+    tagST_REGISTRATION_AREA area;
+} tagST_REGIS_OUTPUT_RECORD;
+TOCRA_STATIC_ASSERT(sizeof(tagST_REGIS_OUTPUT_RECORD) == 48 * 4, "registration output is 48 words");
+TOCRA_STATIC_ASSERT(offsetof(tagST_REGIS_OUTPUT_RECORD, area) == 44 * 4, "registration output layout");
+
+typedef struct tagST_REGISTRATION_REQUEST {
+    tagST_REGIS_INPUT_RECORD* pInput;
+    tagST_REGIS_OUTPUT_RECORD* pOutput;
+    int32_t frameIndex; /* 1..5 */
+} tagST_REGISTRATION_REQUEST;
+
+typedef struct tagST_RANSAC_REGIS_REQUEST {
+    uint32_t hRansacRequest; /* tagST_RANSAC_REQUEST */
+    uint32_t hInput;         /* tagST_REGIS_INPUT_RECORD */
+    uint32_t hOutput;        /* tagST_REGIS_OUTPUT_RECORD */
+    int32_t frameIndex;      /* 1..5 */
+} tagST_RANSAC_REGIS_REQUEST;
+TOCRA_STATIC_ASSERT(sizeof(tagST_RANSAC_REGIS_REQUEST) == 16, "combined request is 4 words");
+
+TOCRA_API int RansacEst_TocraAPI(tagST_RANSAC_REQUEST* request);
+TOCRA_API int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request);
+TOCRA_API int Ransac_Regis_TocraAPI(tagST_RANSAC_REGIS_REQUEST* request);
+
+/* ------------------------------------------------------------------------ */
+/* Perspective warp and border fill                                          */
+/* ------------------------------------------------------------------------ */
+
+TOCRA_API int AffineTransform(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                              tagST_REGISTRATION_AREA* area, unsigned char* scratch);
+TOCRA_API int AffineTransform_neon(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                   tagST_REGISTRATION_AREA* area, unsigned char* scratch);
+TOCRA_API int AffineTransform_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                     tagST_REGISTRATION_AREA* area, unsigned char* scratch);
+TOCRA_API int AffineTransform_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                   tagST_REGISTRATION_AREA* area, unsigned char* scratch);
+TOCRA_API int AffineTransform_neon_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                          tagST_REGISTRATION_AREA* area, unsigned char* scratch);
+TOCRA_API int AffineTransform_neon_Stride_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                                 tagST_REGISTRATION_AREA* area, unsigned char* scratch);
+TOCRA_API int AffineTransform_neon_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                        tagST_REGISTRATION_AREA* area, unsigned char* scratch);
+
+TOCRA_API void FillBlank2(tagST_PIC* dst, int x, int y, int w, int h);
+TOCRA_API void FillBlank_YUV420(tagST_PIC* dst, tagST_PIC* src, int x, int y, int w, int h);
+TOCRA_API void FillBlank_NV12(tagST_PIC* dst, tagST_PIC* src, int x, int y, int w, int h);
+TOCRA_API void FillBlank_neon_YUV420(tagST_PIC* dst, tagST_PIC* src, int x, int y, int w, int h);
+TOCRA_API void FillBlank_neon_NV12(tagST_PIC* dst, tagST_PIC* src, int x, int y, int w, int h);
+TOCRA_API void FillBlank3(tagST_PIC* dst, int x, int y, int w, int h);
+TOCRA_API void FillBlank3_Stride(tagST_PIC* dst, int x, int y, int w, int h);
+
+/* ------------------------------------------------------------------------ */
+/* XML configuration                                                         */
+/* ------------------------------------------------------------------------ */
+
+#pragma pack(push, 1)
+typedef struct _stXmlConfigInfoHdr {
+    uint8_t MotionLowGray;
+    uint8_t MotionHighGray;
+    float MotionRatio;
+    uint8_t DenoiseDarkThresh;
+    int32_t GhostRemovalMethod;
+    int32_t night_lumaavg;
+    int32_t LocalMotionCorrection;
+    int32_t ImageFusionMethod;
+    int32_t PyramidTopSize;
+    int32_t WeightCalcMethod;
+    int32_t MinUnderExposureDiv;
+    int32_t MaxUnderExposureDiv;
+    int32_t MinOverExposureDiv;
+    int32_t MaxOverExposureDiv;
+    uint8_t BlendCenter;
+    float BlendSigma;
+    float MaxBrightWeight;
+    float MaxDarkWeight;
+    float MinDarkWeight;
+    float MinBrightWeight;
+    int32_t AjustRatio;
+    int32_t Margin;
+    int32_t SmoothRadius;
+    int32_t VornelidPyramidTopSize;
+    int32_t VornelidWeightCalcMethod;
+    int32_t VornelidBlendCenter;
+    float VornelidBlendSigma;
+    uint8_t NoFlashWeight;
+} TOCRA_PACKED _stXmlConfigInfoHdr;
+#pragma pack(pop)
+TOCRA_STATIC_ASSERT(sizeof(_stXmlConfigInfoHdr) == 97, "configuration record is 97 bytes");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MotionRatio) == 2, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, DenoiseDarkThresh) == 6, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, GhostRemovalMethod) == 7, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MaxOverExposureDiv) == 43, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, BlendCenter) == 47, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, BlendSigma) == 48, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, VornelidBlendSigma) == 92, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, NoFlashWeight) == 96, "configuration record layout");
+
+typedef struct tagST_XML_PARSE_REQUEST {
+    uint32_t xmlInfo;     /* handle of the 97-byte _stXmlConfigInfoHdr */
+    const char* path;     /* directory, ending with the path separator */
+} tagST_XML_PARSE_REQUEST;
+
+TOCRA_API int ParseXML_TocraAPI(tagST_XML_PARSE_REQUEST* request);
+
+/* ------------------------------------------------------------------------ */
+/* Bounds-checked memory and string functions                                */
+/* ------------------------------------------------------------------------ */
+
+TOCRA_API int memcpy_s(void* dst, size_t dstSize, const void* src, size_t count);
+TOCRA_API int memmove_s(void* dst, size_t dstSize, const void* src, size_t count);
+TOCRA_API int memset_s(void* dst, size_t dstSize, int value, size_t count);
+TOCRA_API int strcpy_s(char* dst, size_t dstSize, const char* src);
+TOCRA_API int strncpy_s(char* dst, size_t dstSize, const char* src, size_t count);
+TOCRA_API int sscanf_s(const char* str, const char* format, ...);
+TOCRA_API int vsscanf_s(const char* str, const char* format, va_list args);
+/* The formatted-input engine behind both scan functions: reads at most len characters of str. */
+TOCRA_API int scan_input_s(const char* str, size_t len, const char* format, va_list args);
+
+#if defined(__cplusplus)
+} /* extern "C" */
+#endif
+
+#endif /* BRIMVEL_TOCRA_H */

@@ -1,0 +1,109 @@
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "support/test_support.h"
+
+namespace {
+
+TEST(ImgDataCopy, LastHeightModFourRowsAreNotCopied) {
+    const int pitch = 64, height = 1083;
+    std::vector<uint8_t> src = tocra_test::RandomBytes(pitch * height, 1);
+    std::vector<uint8_t> dst(pitch * height, 0xEE);
+    EXPECT_EQ(imgDataCopy(src.data(), dst.data(), pitch, height, pitch), 0);
+    EXPECT_EQ(memcmp(src.data(), dst.data(), pitch * 1080), 0);
+    for (int i = pitch * 1080; i < pitch * height; ++i) ASSERT_EQ(dst[i], 0xEE);
+}
+
+TEST(ImgDataCopy, HeightBelowFourCopiesNothing) {
+    std::vector<uint8_t> src(3 * 16, 1), dst(3 * 16, 0);
+    EXPECT_EQ(imgDataCopy(src.data(), dst.data(), 16, 3, 16), 0);
+    for (uint8_t v : dst) ASSERT_EQ(v, 0);
+}
+
+TEST(ImgDataCopy, EachRowCopiesTheSmallerPitch) {
+    const int h = 8;
+    for (auto pitches : {std::pair<int, int>{2048, 1920}, std::pair<int, int>{1920, 2048}}) {
+        const int sp = pitches.first, dp = pitches.second;
+        std::vector<uint8_t> src = tocra_test::RandomBytes(sp * h, 2);
+        std::vector<uint8_t> dst(dp * h, 0xEE);
+        EXPECT_EQ(imgDataCopy(src.data(), dst.data(), sp, h, dp), 0);
+        for (int r = 0; r < h; ++r) {
+            ASSERT_EQ(memcmp(&src[r * sp], &dst[r * dp], 1920), 0) << r;
+            for (int c = 1920; c < dp; ++c) ASSERT_EQ(dst[r * dp + c], 0xEE);
+        }
+    }
+}
+
+TEST(MultiThreadDataCopy, EmptyBandsCopyNothing) {
+    uint8_t src[8] = {1, 2, 3, 4, 5, 6, 7, 8}, dst[8] = {0};
+    tagST_COPY_BAND band = {src, dst, 8, 8, 0};
+    EXPECT_EQ(MultiThreadDataCopy(&band), nullptr);
+    band = {src, dst, -4, 8, 1};
+    MultiThreadDataCopy(&band);
+    for (uint8_t v : dst) EXPECT_EQ(v, 0);
+}
+
+struct Seen {
+    std::mutex m;
+    std::vector<int> indices;
+    std::atomic<int> finished{0};
+};
+
+void* Record(void* p) {
+    tagST_THREAD_RECORD* rec = static_cast<tagST_THREAD_RECORD*>(p);
+    Seen* seen = static_cast<Seen*>(rec->arg);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    {
+        std::lock_guard<std::mutex> lock(seen->m);
+        seen->indices.push_back(rec->index);
+    }
+    seen->finished.fetch_add(1);
+    return nullptr;
+}
+
+void* ExitEarly(void* p) {
+    Record(p);
+    pthread_exit(nullptr);
+}
+
+TEST(CreateThreadLock, ZeroThreadsReturnsAtOnce) {
+    Seen seen;
+    EXPECT_EQ(create_thread_lock(Record, &seen, 0), 0);
+    EXPECT_EQ(seen.finished.load(), 0);
+}
+
+TEST(CreateThreadLock, JoinsEveryThreadBeforeReturning) {
+    for (auto fn : {Record, ExitEarly}) {
+        Seen seen;
+        EXPECT_EQ(create_thread_lock(fn, &seen, 4), 0);
+        EXPECT_EQ(seen.finished.load(), 4);
+        std::sort(seen.indices.begin(), seen.indices.end());
+        EXPECT_EQ(seen.indices, (std::vector<int>{0, 1, 2, 3}));
+    }
+}
+
+TEST(CreateThreadUnlock, ReturnsWithoutWaitingAndThreadsStillFinish) {
+    Seen seen;
+    EXPECT_EQ(create_thread_unlock(ExitEarly, &seen, 3), 0);
+    for (int i = 0; i < 2000 && seen.finished.load() < 3; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(seen.finished.load(), 3);
+    // Give the detached threads time to release their records.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::lock_guard<std::mutex> lock(seen.m);
+    std::sort(seen.indices.begin(), seen.indices.end());
+    EXPECT_EQ(seen.indices, (std::vector<int>{0, 1, 2}));
+}
+
+void* ReturnSeven(void*) { return reinterpret_cast<void*>(7); }
+
+TEST(ThreadWait, JoinsTheThread) {
+    pthread_t t;
+    ASSERT_EQ(pthread_create(&t, nullptr, ReturnSeven, nullptr), 0);
+    EXPECT_EQ(thread_wait(static_cast<long>(t)), 0);
+}
+
+}  // namespace
