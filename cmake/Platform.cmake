@@ -38,7 +38,11 @@ else()
   set(BRIMVEL_LOG_LIBRARY log)
 endif()
 
-if(BRIMVEL_SANITIZE STREQUAL "address")
+if(BRIMVEL_BUILD_FUZZ)
+  # Coverage for libFuzzer in every object; the targets add the fuzzer main.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -g)
+  add_link_options(-fsanitize=address,undefined)
+elseif(BRIMVEL_SANITIZE STREQUAL "address")
   add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=address,undefined)
 elseif(BRIMVEL_SANITIZE STREQUAL "thread")
