@@ -117,7 +117,7 @@ TEST(ScanPeer, AgreesWithTheCLibraryOnGeneratedCases) {
             args[k] = ScanArg{mine[k].data(), static_cast<unsigned>(c.sizes[k]), c.text[k]};
             plain[k] = theirs[k].data();
         }
-        const int got = tocra_test::CallSscanfS(c.input.c_str(), c.format.c_str(), args.data(), n);
+        const int got = tocra_test::CallScan(c.input.c_str(), c.format.c_str(), args.data(), n);
         const int want = sscanf(c.input.c_str(), c.format.c_str(), plain[0], plain[1], plain[2], plain[3],
                                 plain[4], plain[5], plain[6], plain[7]);
         ASSERT_EQ(got, want) << "input \"" << c.input << "\" format \"" << c.format << "\"";
