@@ -136,8 +136,9 @@ bool ParseSpec(const unsigned char** pf, Spec* spec) {
     if (IsDigit(*f)) {
         size_t w = 0;
         while (IsDigit(*f)) {
-            w = w * 10 + static_cast<size_t>(*f - '0');
-            if (w > kMaxSafeSize) w = kMaxSafeSize;
+            // Saturates at 2147483647 without overflowing a 32-bit size_t.
+            const size_t d = static_cast<size_t>(*f - '0');
+            w = w > (kMaxSafeSize - d) / 10 ? kMaxSafeSize : w * 10 + d;
             ++f;
         }
         if (w > 0) spec->width = w;  // a width of 0 means none, as in the C library

@@ -126,6 +126,12 @@ TEST(ScanIntegers, WidthCountsSignAndPrefix) {
     EXPECT_EQ(a, 12);
     EXPECT_EQ(sscanf_s("   77", "%2d", &a), 1);  // leading white space is not counted
     EXPECT_EQ(a, 77);
+    // Huge widths saturate rather than wrap: 4294967298 taken modulo 2^32
+    // would be a width of 2.
+    EXPECT_EQ(sscanf_s("123456", "%4294967298d", &a), 1);
+    EXPECT_EQ(a, 123456);
+    EXPECT_EQ(sscanf_s("123456", "%99999999999999999999d", &a), 1);
+    EXPECT_EQ(a, 123456);
 }
 
 TEST(ScanIntegers, OutOfRangeSaturatesAtTheDestination) {
