@@ -1,4 +1,6 @@
 // Parsing text into a node tree, reading files, and locating errors.
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -32,7 +34,7 @@ struct HeldComment {
 
 class Parser {
 public:
-    explicit Parser(const char* text) : text_(text), p_(text) {}
+    explicit Parser(const char* text) : p_(text) {}
 
     // Fills top with what the text holds.
     void Run(XMLNodeData* top);
@@ -74,7 +76,6 @@ private:
     // *selfClosed is set for "/>" (elements) and always for declarations.
     bool ParseAttributes(XMLNodeData* node, const char* tagStart, bool declaration, bool* selfClosed);
 
-    const char* text_;
     const char* p_;
     std::vector<XMLNodeData*> open_;
     std::vector<Segment> run_;
@@ -367,6 +368,13 @@ XMLNode XMLNode::parseString(XMLCSTR text, XMLCSTR tag, XMLResults* results) {
 
 XMLNode XMLNode::parseFile(XMLCSTR path, XMLCSTR tag, XMLResults* results) {
     FILE* f = path ? fopen(path, "rb") : nullptr;
+    // Only regular files are read: a directory opens, but its "size" is
+    // whatever the file system makes of it.
+    struct stat st;
+    if (f != nullptr && (fstat(fileno(f), &st) != 0 || !S_ISREG(st.st_mode))) {
+        fclose(f);
+        f = nullptr;
+    }
     if (f == nullptr) {
         SetResults(results, eXMLErrorFileNotFound, nullptr, nullptr);
         return XMLNode();
@@ -382,7 +390,9 @@ XMLNode XMLNode::parseFile(XMLCSTR path, XMLCSTR tag, XMLResults* results) {
     }
     if (ok) {
         got = fread(buf, 1, static_cast<size_t>(size), f);
-        ok = got == static_cast<size_t>(size) && !ferror(f);
+        // Whole means exactly size bytes and then the end: a directory, or a
+        // file that changed under us, fails here.
+        ok = got == static_cast<size_t>(size) && fgetc(f) == EOF && !ferror(f);
     }
     fclose(f);
     if (!ok) {

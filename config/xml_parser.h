@@ -43,7 +43,7 @@
 //   7 an unterminated clear section
 //   8 the text ends inside a tag or a quoted attribute value
 //   9 null text given to parseString
-//   10 the file cannot be opened
+//   10 the file cannot be opened, or is not a regular file
 //   11 the requested tag was not found
 //   12 an unknown entity, or a numeric reference without ';', empty, out of
 //      range or not representable in the current encoding
