@@ -1,0 +1,187 @@
+// BRIEF descriptors: 512 comparisons of 9x9 box sums around each keypoint,
+// read from the integral image, packed into 64 bytes (the first test of a
+// byte in its most significant bit).
+//
+// The test pattern lives in data/brief_pattern_64.txt; the build turns it
+// into a table and into a straight-line kernel with the offsets as constants
+// (cmake/generate_brief_pattern.cmake). The straight-line kernel ships; the
+// table-driven one stays beside it as the reference the tests compare with.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "brimvel_tocra.h"
+#include "frame/hooks.h"
+#include "frame/log.h"
+#include "frame/platform.h"
+#include "registration/brief.h"
+
+namespace tocra {
+namespace {
+
+#include "brief_pattern_64_table.inc"
+
+constexpr int kWorkers = 4;
+constexpr int kBoxHalf = 4;  // a box spans offset - 4 .. offset + 4
+
+// What each of the four workers receives.
+struct BriefJob {
+    int32_t integralStride;
+    int32_t workerCount;
+    const int* integral;
+    ST_IMAGEFEATURES* features;
+};
+
+bool UsableFeatures(const int* integral, const ST_IMAGEFEATURES* features) {
+    return integral != nullptr && features != nullptr && features->count > 0 && features->pKeyPoints != nullptr &&
+           features->pDescriptors != nullptr;
+}
+
+}  // namespace
+
+bool BriefKeypointInside(const tagST_KEYPOINT& kp, int width, int height) {
+    const int64_t px = BriefCentre(kp.x);
+    const int64_t py = BriefCentre(kp.y);
+    // Integral rows py + dy - 4 .. py + dy + 5 and the same for columns.
+    return px + kBriefMinDx - kBoxHalf >= 0 && px + kBriefMaxDx + kBoxHalf + 1 <= width &&
+           py + kBriefMinDy - kBoxHalf >= 0 && py + kBriefMaxDy + kBoxHalf + 1 <= height;
+}
+
+void GenerateDiscriptor_Brief_Table(const int* integral, ST_IMAGEFEATURES* features, int integralStride) {
+    if (!UsableFeatures(integral, features)) return;
+    for (int i = 0; i < features->count; ++i) {
+        const tagST_KEYPOINT& kp = features->pKeyPoints[i];
+        const int px = BriefCentre(kp.x);
+        const int py = BriefCentre(kp.y);
+        uint8_t* d = features->pDescriptors + static_cast<size_t>(i) * TOCRA_DESCRIPTOR_BYTES;
+        for (int byte = 0; byte < TOCRA_DESCRIPTOR_BYTES; ++byte) {
+            int v = 0;
+            for (int bit = 0; bit < 8; ++bit) {
+                const signed char* t = kBriefPattern[byte * 8 + bit];
+                const int a = smoothedSum(integral, px, py, t[0], t[1], integralStride);
+                const int b = smoothedSum(integral, px, py, t[2], t[3], integralStride);
+                v |= (a < b) << (7 - bit);
+            }
+            d[byte] = static_cast<uint8_t>(v);
+        }
+    }
+}
+
+}  // namespace tocra
+
+using namespace tocra;
+
+extern "C" int smoothedSum(const int* integral, int a, int b, int c, int d, int stride) {
+    if (integral == nullptr) return 0;
+    // Unsigned reads: the entries of a large image wrap modulo 2^32 and the
+    // four-corner difference is still exact.
+    const uint32_t* s = reinterpret_cast<const uint32_t*>(integral);
+    const ptrdiff_t R = static_cast<ptrdiff_t>(b) + c;
+    const ptrdiff_t K = static_cast<ptrdiff_t>(a) + d;
+    const ptrdiff_t top = (R - 4) * stride;
+    const ptrdiff_t bottom = (R + 5) * stride;
+    return static_cast<int>(s[bottom + K + 5] - s[bottom + K - 4] - s[top + K + 5] + s[top + K - 4]);
+}
+
+extern "C" void GenerateDiscriptor_Brief(const int* integral, ST_IMAGEFEATURES* features, int integralStride) {
+    if (!UsableFeatures(integral, features)) return;
+    const uint32_t* base = reinterpret_cast<const uint32_t*>(integral);
+    const ptrdiff_t stride = integralStride;
+    for (int i = 0; i < features->count; ++i) {
+        const tagST_KEYPOINT& kp = features->pKeyPoints[i];
+        const uint32_t* p = base + static_cast<ptrdiff_t>(BriefCentre(kp.y)) * stride + BriefCentre(kp.x);
+        uint8_t* d = features->pDescriptors + static_cast<size_t>(i) * TOCRA_DESCRIPTOR_BYTES;
+#include "brief_pattern_64_unrolled.inc"
+    }
+}
+
+// Worker t takes keypoints per * t onwards, per = count / 4; the last worker
+// takes the remainder.
+extern "C" void GenerateDiscriptor_Brief_MT_Caller(void* arg, int workerIndex) {
+    const BriefJob* job = static_cast<const BriefJob*>(arg);
+    if (job == nullptr || job->features == nullptr || workerIndex < 0 || workerIndex >= job->workerCount) return;
+    const ST_IMAGEFEATURES* all = job->features;
+    if (all->count <= 0) return;
+    const int per = all->count / job->workerCount;
+    ST_IMAGEFEATURES part;
+    part.pKeyPoints = all->pKeyPoints + static_cast<size_t>(per) * workerIndex;
+    part.pDescriptors = all->pDescriptors + static_cast<size_t>(per) * workerIndex * TOCRA_DESCRIPTOR_BYTES;
+    part.count = workerIndex == job->workerCount - 1 ? all->count - per * (job->workerCount - 1) : per;
+    GenerateDiscriptor_Brief(job->integral, &part, job->integralStride);
+}
+
+extern "C" int GenerateDiscriptor_Brief_MT(ST_IMAGEFEATURES* features, int* integral, int integralStride) {
+    if (features == nullptr || integral == nullptr) return -1;
+    BriefJob job = {integralStride, kWorkers, integral, features};
+    // A slot the pool cannot take (the caller did not start the pool) runs
+    // its share on the calling thread, so no descriptor is left unwritten.
+    bool pooled[kWorkers];
+    for (int t = 0; t < kWorkers; ++t) {
+        pooled[t] = MultiThread_wait(t) == 0;
+        if (pooled[t]) {
+            MultiThread_set(t, GenerateDiscriptor_Brief_MT_Caller, &job);
+            MultiThread_post(t);
+        } else {
+            GenerateDiscriptor_Brief_MT_Caller(&job, t);
+        }
+    }
+    int status = 0;
+    for (int t = 0; t < kWorkers; ++t) status = pooled[t] ? MultiThread_clean(t) : 0;
+    return status;
+}
+
+extern "C" int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request) {
+    if (request == nullptr) {
+        TOCRA_LOGE("GetBrief_Descriptors_TocraAPI request pointer is null\n");
+        return TOCRA_NULL_POINTER;
+    }
+    const uint8_t* image = static_cast<const uint8_t*>(ConvertAddr(request->hImage));
+    tagST_KEYPOINT* keypoints = static_cast<tagST_KEYPOINT*>(ConvertAddr(request->hKeyPoints));
+    uint8_t* descriptors = static_cast<uint8_t*>(ConvertAddr(request->hDescriptors));
+    if (image == nullptr || keypoints == nullptr || descriptors == nullptr) {
+        TOCRA_LOGE("GetBrief_Descriptors_TocraAPI FunConvert2Addr convert addr pointer error\n");
+        return TOCRA_NULL_POINTER;
+    }
+
+    // Checks of our own, before any memory is written: sizes that describe
+    // no image, a negative count, and keypoints whose boxes would read
+    // outside the integral image are refused as bad arguments (-998).
+    const int width = request->width;
+    const int height = request->height;
+    const int stride = request->stride;
+    const int count = request->count;
+    // At most 2^62 entries, so the product cannot wrap; the bound is the
+    // integral image's own.
+    const uint64_t entries = (static_cast<uint64_t>(width) + 1) * (static_cast<uint64_t>(height) + 1);
+    if (width <= 0 || height <= 0 || stride < width || count < 0 || entries > SIZE_MAX / 8 ||
+        static_cast<uint64_t>(count) * TOCRA_DESCRIPTOR_BYTES > SIZE_MAX / 2) {
+        TOCRA_LOGE("GetBrief_Descriptors_TocraAPI invalid size: width[%d] height[%d] stride[%d] count[%d]\n", width,
+                   height, stride, count);
+        return TOCRA_NULL_POINTER;
+    }
+    for (int i = 0; i < count; ++i) {
+        if (!BriefKeypointInside(keypoints[i], width, height)) {
+            TOCRA_LOGE("GetBrief_Descriptors_TocraAPI keypoint %d out of range\n", i);
+            return TOCRA_NULL_POINTER;
+        }
+    }
+
+    int* integral = static_cast<int*>(malloc(static_cast<size_t>(entries) * sizeof(int)));
+    if (integral == nullptr) {
+        TOCRA_LOGE("GetBrief_Descriptors_TocraAPI malloc error\n");
+        return TOCRA_NO_MEMORY;
+    }
+    if (MultiThread_Init(kWorkers) != 0) {
+        // The integral buffer is not released on this path (the caller
+        // contract documents the leak).
+        TOCRA_LOGE("GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n");
+        return TOCRA_THREAD_FAILED;
+    }
+    IntergralMat_MT(image, integral, width, height, stride);
+    ST_IMAGEFEATURES features = {keypoints, descriptors, count};
+    GenerateDiscriptor_Brief_MT(&features, integral, width + 1);
+    free(integral);
+    platform_cacheflush(descriptors, descriptors + static_cast<size_t>(count) * TOCRA_DESCRIPTOR_BYTES);
+    MultiThread_destory();
+    return TOCRA_OK;
+}
