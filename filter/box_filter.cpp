@@ -1,0 +1,101 @@
+// Mean filter of an 8-bit plane with a (2R+1) x (2R+1) window clipped at the
+// borders, and the face weight map entry point built on it.
+#include <climits>
+#include <cstdint>
+
+#include "brimvel_tocra.h"
+#include "filter/face_map.h"
+#include "frame/hooks.h"
+#include "frame/log.h"
+#include "frame/platform.h"
+
+// Buffers: src and dst hold height rows of stride bytes (dst is written
+// whole, padding included; src may be dst); work is 4-byte aligned and
+// holds workSize >= width*height*4 + stride*(2R + ceil(height/4))*4 bytes:
+// the horizontal sums, then four scratch slices. Answers -998 without
+// writing anything when any of that does not hold.
+extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, int stride, int height, int radius,
+                                 uint8_t* work, int workSize) {
+    TOCRA_LOGI("enter func %s\n", "BoxFiltering_neon");
+    if (src == nullptr || dst == nullptr || work == nullptr) {
+        TOCRA_LOGE("%s null pointer: src, dst and work must all be set\n", "BoxFiltering_neon");
+        return TOCRA_NULL_POINTER;
+    }
+    if (radius < 0 || stride < width) {
+        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] radius[%d]\n", "BoxFiltering_neon", width, stride, radius);
+        return TOCRA_NULL_POINTER;
+    }
+    if (width <= 2 * static_cast<int64_t>(radius) || 2 * static_cast<int64_t>(radius) >= height / 4) {
+        TOCRA_LOGE("%s %d Input width[%d] or height/4[%d] less than 2*R[%d]!\n", "BoxFiltering_neon", 2895, width,
+                   height, 2 * radius);
+        return TOCRA_NULL_POINTER;
+    }
+    // The work area is checked before any pass runs, so that a short one is
+    // refused instead of overrun.
+    const int64_t use = static_cast<int64_t>(width) * height * 4 +
+                        static_cast<int64_t>(stride) * (2 * static_cast<int64_t>(radius) + (height + 3) / 4) * 4;
+    const int useShown = use > INT_MAX ? INT_MAX : static_cast<int>(use);
+    if (use > workSize) {
+        TOCRA_LOGI("---[MEM_INFO]---[%s][%d] Ap BoxFilter use [%d], Total[%d], left [%d]\n", "BoxFiltering_neon", 2927,
+                   useShown, workSize, static_cast<int>(workSize - static_cast<int64_t>(useShown)));
+        TOCRA_LOGE("---[MEM_ERR]---[%s][%d] Memmory occur an error!\n", "BoxFiltering_neon", 2930);
+        return TOCRA_NULL_POINTER;
+    }
+    if (reinterpret_cast<uintptr_t>(work) % alignof(int32_t) != 0) {
+        TOCRA_LOGE("%s work area must be 4-byte aligned\n", "BoxFiltering_neon");
+        return TOCRA_NULL_POINTER;
+    }
+
+    int32_t* sums = reinterpret_cast<int32_t*>(work);
+    uint8_t* cursor = work + static_cast<size_t>(width) * static_cast<size_t>(height) * 4;
+
+    tocra::Stamp start = tocra::Now();
+    IntegralMat_H_MT(sums, src, width, stride, height, radius);
+    tocra::PrintElapsed("IntegralMat_H_MT", start);
+
+    start = tocra::Now();
+    IntegralMat_V_MT(dst, sums, width, stride, height, radius, &cursor);
+    tocra::PrintElapsed("IntegralMat_V_MT", start);
+
+    const int used = static_cast<int>(cursor - work);
+    TOCRA_LOGI("---[MEM_INFO]---[%s][%d] Ap BoxFilter use [%d], Total[%d], left [%d]\n", "BoxFiltering_neon", 2927,
+               used, workSize, workSize - used);
+    TOCRA_LOGI("exit func %s\n", "BoxFiltering_neon");
+    return TOCRA_OK;
+}
+
+// Buffers: the output handle holds Pitch128(width) * height bytes, the faces
+// handle faceNum 60-byte FaceInfo records, the work handle workSize bytes
+// (only used when smoothing runs; see BoxFiltering_neon).
+extern "C" int BoxFilter_TocraAPI(BoxFilterApiParams* params) {
+    if (params == nullptr) {
+        TOCRA_LOGE("%s null request\n", "BoxFilter_TocraAPI");
+        return TOCRA_NULL_POINTER;
+    }
+    const BoxFilterApiParams p = *params;
+    tocra::FaceMap m;
+    m.map = static_cast<uint8_t*>(tocra::ConvertAddr(p.hOutput));
+    m.faces = static_cast<const uint8_t*>(tocra::ConvertAddr(p.hFaces));
+    m.work = static_cast<uint8_t*>(tocra::ConvertAddr(p.hWork));
+    if (m.map == nullptr || m.faces == nullptr) {
+        TOCRA_LOGI("BoxfilterYuv2RgbHist convert addr pointer error\n");
+        return TOCRA_THREAD_FAILED;
+    }
+    m.workSize = p.workSize;
+    m.faceNum = p.faceNum;
+    m.ratio = p.nFaceAjustRatio;
+    m.margin = p.nMargin;
+    m.width = p.width;
+    m.height = p.height;
+    m.radius = p.nSmoothRadius;
+    if (tocra::PrepareFaceMap("BoxFilter_TocraAPI", m) != 0) return TOCRA_NULL_POINTER;
+
+    tocra::PaintFaceMap(m, p.background);
+    const int ret = tocra::StartPoolAndSmooth(m);
+    if (ret != 0) return ret;
+
+    MultiThread_destory();
+    platform_cacheflush(m.map, m.map + static_cast<size_t>(m.stride) * static_cast<size_t>(m.height));
+    TOCRA_LOGI("exit func %s\n", "BoxFilter_TocraAPI");
+    return TOCRA_OK;
+}

@@ -1,0 +1,75 @@
+// Internal pieces of the homography estimation: inlier classification,
+// subset degeneracy test, normalised DLT, 9x9 Jacobi eigen solver, 3x3
+// product and the RANSAC sampler. Not exported; the tests reach them
+// through the static archive.
+//
+// Points are interleaved float x, y. A homography is nine row-major floats
+// mapping a reference point to its matched point; the inlier test uses 1 in
+// place of h8.
+#ifndef BRIMVEL_REGISTRATION_HOMOGRAPHY_H
+#define BRIMVEL_REGISTRATION_HOMOGRAPHY_H
+
+#include <cmath>
+#include <cstdint>
+
+#include "brimvel_tocra.h"
+
+namespace tocra {
+
+// Bytes of work area the eigen solver needs: four arrays of nine words,
+// plus up to three bytes to bring the start to a 4-byte boundary.
+constexpr int kJacobiWorkWords = 4 * 9;
+constexpr int kJacobiWorkBytes = kJacobiWorkWords * 4 + 3;
+
+// Rotations allowed per solve: 81 times the sweep factor.
+constexpr int kRansacSweepFactor = 2;
+constexpr int kRefineSweepFactor = 30;
+
+// The sampler: a 64-bit multiply-with-carry generator. Each step sets
+// state = low32(state) * 4164903690 + high32(state) and yields the new low
+// word. Every RANSAC call starts from all ones.
+constexpr uint64_t kMwcSeed = 0xFFFFFFFFFFFFFFFFull;
+inline uint32_t MwcNext(uint64_t* state) {
+    *state = static_cast<uint64_t>(static_cast<uint32_t>(*state)) * 4164903690u + (*state >> 32);
+    return static_cast<uint32_t>(*state);
+}
+
+// Float to int32 by truncation toward zero, saturating at the int32 range
+// and giving 0 for NaN: what the ARM conversion instruction does, made
+// defined everywhere (a plain cast is undefined outside the range).
+inline int32_t TruncToInt(double v) {
+    if (std::isnan(v)) return 0;
+    if (v >= 2147483648.0) return INT32_MAX;
+    if (v <= -2147483648.0) return INT32_MIN;
+    return static_cast<int32_t>(v);
+}
+
+// Classifies every pair against H: mask[i] = 1 when the squared
+// reprojection distance is at most threshold (NaN counts as outlier).
+// Writes the sum of the inliers' squared distances into errSum and returns
+// the inlier count. pointNum <= 0 writes no mask byte and returns 0.
+int FindInliers(const tagST_MATCH_PAIRS* pairs, unsigned char* mask, const float* H, float threshold,
+                float* errSum);
+
+// Four points (eight floats). 1 when no three of them are collinear within
+// the integer rule |cross| <= 0.1 * (sum of the coordinate differences'
+// magnitudes), 0 otherwise.
+int CheckSubset(const float* points);
+
+// Normalised direct linear transform on n >= 1 pairs. Leaves H untouched
+// and returns 0 when the points of either side have no spread; returns -1
+// (H untouched) for a null pointer or n < 1. work needs kJacobiWorkBytes.
+int HomographyDLT(const float* refPoints, const float* matchPoints, int n, float* H, int sweepFactor,
+                  unsigned char* work);
+
+// Eigen-decomposition of the symmetric 9x9 matrix A (destroyed): W gets the
+// eigenvalues in descending order, the rows of V the matching unit
+// eigenvectors. At most 81 * sweepFactor rotations. Returns 0.
+int JacobiEigen(float* A, float* W, float* V, int sweepFactor, unsigned char* work);
+
+// c = a * b for row-major 3x3 matrices; c must not alias a or b.
+void MatrixMul3x3(const float* a, const float* b, float* c);
+
+}  // namespace tocra
+
+#endif
