@@ -98,8 +98,8 @@ const FrameRecipe kRecipes[5] = {
     {1.10, 1.000, 0.018, 0.008, -0.006, 0.010, 0.56},
 };
 
-// A deterministic picture with corners and edges at every scale: overlapping
-// shapes of random colours on a gradient, slightly blurred.
+// A deterministic picture with corners at every scale: overlapping
+// rectangles and strokes of random colours on a gradient, slightly blurred.
 cv::Mat MakeTexture(cv::Size size) {
     cv::Mat img(size, CV_8UC3);
     for (int y = 0; y < size.height; ++y) {
@@ -109,23 +109,16 @@ cv::Mat MakeTexture(cv::Size size) {
         }
     }
     cv::RNG rng(20240611);
-    const int shapes = std::max(60, size.area() / 900);
+    const int shapes = std::max(60, size.area() / 600);
     for (int i = 0; i < shapes; ++i) {
         const cv::Point p(rng.uniform(0, size.width), rng.uniform(0, size.height));
-        const int r = rng.uniform(3, std::max(6, std::min(size.width, size.height) / 12));
+        const int r = rng.uniform(4, std::max(8, std::min(size.width, size.height) / 10));
         const cv::Scalar colour(rng.uniform(0, 256), rng.uniform(0, 256), rng.uniform(0, 256));
-        switch (rng.uniform(0, 3)) {
-            case 0:
-                cv::rectangle(img, cv::Rect(p.x, p.y, r, rng.uniform(3, 2 * r + 4)), colour, cv::FILLED);
-                break;
-            case 1:
-                cv::ellipse(img, p, cv::Size(r, rng.uniform(2, r + 2)), rng.uniform(0, 180), 0, 360, colour,
-                            cv::FILLED);
-                break;
-            default:
-                cv::line(img, p, p + cv::Point(rng.uniform(-3 * r, 3 * r), rng.uniform(-3 * r, 3 * r)), colour,
-                         rng.uniform(1, 4));
-                break;
+        if (rng.uniform(0, 4) == 0) {
+            cv::line(img, p, p + cv::Point(rng.uniform(-3 * r, 3 * r), rng.uniform(-3 * r, 3 * r)), colour,
+                     rng.uniform(1, 4));
+        } else {
+            cv::rectangle(img, cv::Rect(p.x, p.y, r, rng.uniform(4, 2 * r + 4)), colour, cv::FILLED);
         }
     }
     cv::GaussianBlur(img, img, cv::Size(0, 0), 0.8);
@@ -181,19 +174,18 @@ void Expose(cv::Mat* frame, bool flash, double gain, uint64_t seed) {
     cv::Mat noise(size, CV_32FC3);
     cv::RNG rng(seed);
     rng.fill(noise, cv::RNG::NORMAL, 0.0, sigma);
+    double curve[256];  // the exposure's tone curve, level -> level
+    for (int v = 0; v < 256; ++v) curve[v] = 255.0 * std::pow(v / 255.0, gamma);
     const double cx = size.width / 2.0;
     const double cy = size.height / 2.0;
     const double r2max = cx * cx + cy * cy;
     for (int y = 0; y < size.height; ++y) {
+        cv::Vec3b* row = frame->ptr<cv::Vec3b>(y);
+        const cv::Vec3f* n = noise.ptr<cv::Vec3f>(y);
         for (int x = 0; x < size.width; ++x) {
             const double r2 = ((x - cx) * (x - cx) + (y - cy) * (y - cy)) / r2max;
             const double g = flash ? 1.12 - 0.32 * r2 : gain;
-            cv::Vec3b& px = frame->at<cv::Vec3b>(y, x);
-            const cv::Vec3f& n = noise.at<cv::Vec3f>(y, x);
-            for (int c = 0; c < 3; ++c) {
-                const double v = 255.0 * std::pow(px[c] / 255.0, gamma) * g * tint[c] + n[c];
-                px[c] = cv::saturate_cast<uint8_t>(v);
-            }
+            for (int c = 0; c < 3; ++c) row[x][c] = cv::saturate_cast<uint8_t>(curve[row[x][c]] * g * tint[c] + n[x][c]);
         }
     }
 }

@@ -154,7 +154,6 @@ int ParseOptions(int argc, char** argv, Options* o) {
             o->inputs.push_back(arg);
         }
     }
-    if (o->inputs.size() == 1) return Fail("give a reference and at least one frame, or no pictures at all");
     if (o->configDir.empty()) o->configDir = TOCRA_DEMO_CONFIG_DIR;
     return 0;
 }

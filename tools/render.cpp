@@ -140,8 +140,7 @@ cv::Mat BalancePlot(const FrameBalanceResult& b, const std::string& title) {
     cv::polylines(img, ref, false, refColour, 2, cv::LINE_AA);
     cv::polylines(img, frame, false, frameColour, 2, cv::LINE_AA);
     const int jx = px(std::clamp(b.joint, 0, 255));
-    cv::line(img, cv::Point(jx, top), cv::Point(jx, top + plotH), jointColour, 1, cv::LINE_AA);
-    cv::circle(img, cv::Point(jx, py(b.cumA[std::clamp(b.joint, 0, 255)] / totalA)), 5, jointColour, 2, cv::LINE_AA);
+    cv::line(img, cv::Point(jx, top), cv::Point(jx, top + plotH), jointColour, 2, cv::LINE_AA);
 
     const int lx = left + 12;
     int ly = top + 18;

@@ -21,9 +21,9 @@ std::vector<cv::Point2f> FindCorners(const cv::Mat& plane, int maxKeypoints) {
     if (plane.cols <= 2 * inner + 2 || plane.rows <= 2 * inner + 2) return corners;
     cv::Mat mask = cv::Mat::zeros(plane.size(), CV_8UC1);
     mask(cv::Rect(inner, inner, plane.cols - 2 * inner, plane.rows - 2 * inner)).setTo(255);
-    cv::goodFeaturesToTrack(plane, corners, maxKeypoints, 0.005, 6.0, mask, 5);
+    cv::goodFeaturesToTrack(plane, corners, maxKeypoints, 0.01, 10.0, mask, 5);
     if (corners.empty()) return corners;
-    cv::cornerSubPix(plane, corners, cv::Size(4, 4), cv::Size(-1, -1),
+    cv::cornerSubPix(plane, corners, cv::Size(5, 5), cv::Size(-1, -1),
                      cv::TermCriteria(cv::TermCriteria::EPS + cv::TermCriteria::COUNT, 30, 0.01));
     // The refinement may move a corner by a few pixels: keep the border.
     const float lo = static_cast<float>(inner - 2);
