@@ -12,9 +12,12 @@ namespace tocra {
 constexpr size_t kMaxSafeSize = 2147483647u;
 inline bool SizeOutOfRange(size_t size) { return size == 0 || size > kMaxSafeSize; }
 
+// True when [a, a+count) and [b, b+count) share a byte and a != b. Written
+// with differences so that a region near the top of the address space does
+// not wrap around.
 inline bool Overlap(const void* a, const void* b, size_t count) {
     const uintptr_t pa = reinterpret_cast<uintptr_t>(a), pb = reinterpret_cast<uintptr_t>(b);
-    return (pb < pa && pa < pb + count) || (pa < pb && pb < pa + count);
+    return (pb < pa && pa - pb < count) || (pa < pb && pb - pa < count);
 }
 
 }  // namespace tocra

@@ -29,6 +29,12 @@ int CopyString(char* dst, size_t dstSize, const char* src, size_t count, bool li
         --room;
         if (room == 0) break;
         if (limited && --left == 0) {
+            // The terminator is a write like any other: when it would land
+            // on the source's first byte, the regions overlap.
+            if (dstBelow && d == src) {
+                dst[0] = '\0';
+                return TOCRA_EOVERLAP_AND_RESET;
+            }
             *d = '\0';
             return TOCRA_EOK;
         }

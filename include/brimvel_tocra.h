@@ -555,12 +555,32 @@ typedef struct _stXmlConfigInfoHdr {
 } TOCRA_PACKED _stXmlConfigInfoHdr;
 #pragma pack(pop)
 TOCRA_STATIC_ASSERT(sizeof(_stXmlConfigInfoHdr) == 97, "configuration record is 97 bytes");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MotionLowGray) == 0, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MotionHighGray) == 1, "configuration record layout");
 TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MotionRatio) == 2, "configuration record layout");
 TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, DenoiseDarkThresh) == 6, "configuration record layout");
 TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, GhostRemovalMethod) == 7, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, night_lumaavg) == 11, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, LocalMotionCorrection) == 15, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, ImageFusionMethod) == 19, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, PyramidTopSize) == 23, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, WeightCalcMethod) == 27, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MinUnderExposureDiv) == 31, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MaxUnderExposureDiv) == 35, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MinOverExposureDiv) == 39, "configuration record layout");
 TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MaxOverExposureDiv) == 43, "configuration record layout");
 TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, BlendCenter) == 47, "configuration record layout");
 TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, BlendSigma) == 48, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MaxBrightWeight) == 52, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MaxDarkWeight) == 56, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MinDarkWeight) == 60, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, MinBrightWeight) == 64, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, AjustRatio) == 68, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, Margin) == 72, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, SmoothRadius) == 76, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, VornelidPyramidTopSize) == 80, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, VornelidWeightCalcMethod) == 84, "configuration record layout");
+TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, VornelidBlendCenter) == 88, "configuration record layout");
 TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, VornelidBlendSigma) == 92, "configuration record layout");
 TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, NoFlashWeight) == 96, "configuration record layout");
 

@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "boundscheck/safe_internal.h"
 #include "support/test_support.h"
 
 namespace {
@@ -38,6 +39,18 @@ TEST(MemcpyS, OverlapInBothDirectionsResets) {
     for (int i = 0; i < 16; ++i) buf[i] = static_cast<uint8_t>(i + 1);
     EXPECT_EQ(memcpy_s(buf, 8, buf + 4, 4), 0);        // adjacent, no overlap
     EXPECT_EQ(buf[0], 5);
+}
+
+TEST(MemcpyS, OverlapTestDoesNotWrapAtTheTopOfTheAddressSpace) {
+    // Regions in the last bytes of the address space: adding the count to
+    // the lower address wraps to a small number, which must not hide the
+    // overlap. Only the helper sees these addresses.
+    const void* high = reinterpret_cast<const void*>(UINTPTR_MAX - 3);
+    const void* lower = reinterpret_cast<const void*>(UINTPTR_MAX - 7);
+    EXPECT_TRUE(tocra::Overlap(high, lower, 8));
+    EXPECT_TRUE(tocra::Overlap(lower, high, 8));
+    EXPECT_FALSE(tocra::Overlap(high, lower, 4));  // adjacent
+    EXPECT_FALSE(tocra::Overlap(high, high, 8));   // equal addresses are handled before
 }
 
 TEST(MemmoveS, MovesOverlappingBytes) {
@@ -138,6 +151,22 @@ TEST(StrncpyS, OverlapResets) {
     strcpy(buf, "abcdefgh");
     EXPECT_EQ(strncpy_s(buf, 8, buf + 3, 6), 182);
     EXPECT_EQ(buf[0], '\0');
+}
+
+TEST(StrncpyS, TerminatorLandingOnTheSourceIsAnOverlap) {
+    // Two characters from buf + 2 into buf: the terminator would be written
+    // at buf + 2, the source's first byte, as strcpy_s would write its NUL.
+    char buf[16] = "abcdef";
+    EXPECT_EQ(strncpy_s(buf, 8, buf + 2, 2), 182);
+    EXPECT_EQ(buf[0], '\0');
+    EXPECT_EQ(buf[2], 'c');  // the source is left as it was
+    strcpy(buf, "cd");
+    strcpy(buf + 4, "ef");
+    EXPECT_EQ(strcpy_s(buf + 2, 8, buf + 4), 182);  // the same shape with strcpy_s
+    strcpy(buf, "abcdef");
+    EXPECT_EQ(strncpy_s(buf, 8, buf + 3, 2), 0);  // one byte short of the source
+    EXPECT_STREQ(buf, "de");
+    EXPECT_STREQ(buf + 3, "def");
 }
 
 }  // namespace

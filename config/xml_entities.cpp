@@ -1,0 +1,286 @@
+// Entity decoding of texts and attribute values, escaping back to XML, and
+// the text-to-value converters.
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "config/xml_internal.h"
+
+namespace tocra_xml {
+
+OwnedStr CopyStr(const char* s, size_t len) {
+    OwnedStr p(new char[len + 1]);
+    if (len > 0) memcpy(p.get(), s, len);
+    p[len] = '\0';
+    return p;
+}
+
+OwnedStr CopyStr(const char* s) {
+    if (s == nullptr) return nullptr;
+    return CopyStr(s, strlen(s));
+}
+
+namespace {
+
+inline unsigned char Lower(unsigned char c) { return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c + 32) : c; }
+
+struct NamedEntity {
+    const char* text;  // with '&' and ';'
+    size_t len;
+    char value;
+};
+
+const NamedEntity kNamed[] = {
+    {"&amp;", 5, '&'}, {"&lt;", 4, '<'}, {"&gt;", 4, '>'}, {"&quot;", 6, '"'}, {"&apos;", 6, '\''},
+};
+
+// Appends code point cp in the current encoding. UTF-8 takes any scalar
+// value; single-byte text takes values up to 255; the multi-byte encodings
+// take ASCII only (there is no table from code points to their bytes here).
+bool AppendCodePoint(unsigned long cp, std::string& out) {
+    if (cp == 0) return false;
+    const XMLCharEncoding enc = GlobalOptions().encoding;
+    if (enc == char_encoding_UTF8) {
+        if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+        if (cp < 0x80) {
+            out.push_back(static_cast<char>(cp));
+        } else if (cp < 0x800) {
+            out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+        } else if (cp < 0x10000) {
+            out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+            out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+        } else {
+            out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+            out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+        }
+        return true;
+    }
+    const unsigned long limit = enc == char_encoding_legacy ? 0xFF : 0x7F;
+    if (cp > limit) return false;
+    out.push_back(static_cast<char>(cp));
+    return true;
+}
+
+// Decodes "&#...;" starting at s[0] == '&', s[1] == '#'. Returns the bytes
+// consumed, or 0 when the reference is bad.
+size_t DecodeNumeric(const char* s, size_t len, std::string& out) {
+    size_t i = 2;
+    int base = 10;
+    if (i < len && (s[i] == 'x' || s[i] == 'X')) {
+        base = 16;
+        ++i;
+    }
+    unsigned long value = 0;
+    size_t digits = 0;
+    for (; i < len; ++i) {
+        const unsigned char c = static_cast<unsigned char>(s[i]);
+        int v;
+        if (c >= '0' && c <= '9') v = c - '0';
+        else if (base == 16 && Lower(c) >= 'a' && Lower(c) <= 'f') v = Lower(c) - 'a' + 10;
+        else break;
+        ++digits;
+        // Stop growing once past the largest code point; it is refused below.
+        if (value <= 0x10FFFF) value = value * static_cast<unsigned long>(base) + static_cast<unsigned long>(v);
+    }
+    if (digits == 0 || i >= len || s[i] != ';') return 0;
+    if (!AppendCodePoint(value, out)) return 0;
+    return i + 1;
+}
+
+}  // namespace
+
+bool NameEqualsN(const char* a, const char* b, size_t n) {
+    if (a == nullptr || b == nullptr) return false;
+    for (size_t i = 0; i < n; ++i) {
+        const unsigned char ca = Lower(static_cast<unsigned char>(a[i]));
+        const unsigned char cb = Lower(static_cast<unsigned char>(b[i]));
+        if (ca != cb) return false;
+        if (ca == '\0') return true;
+    }
+    return true;
+}
+
+bool NameEquals(const char* a, const char* b) {
+    if (a == nullptr || b == nullptr) return false;
+    for (;; ++a, ++b) {
+        const unsigned char ca = Lower(static_cast<unsigned char>(*a));
+        const unsigned char cb = Lower(static_cast<unsigned char>(*b));
+        if (ca != cb) return false;
+        if (ca == '\0') return true;
+    }
+}
+
+bool DecodeEntities(const char* s, size_t len, std::string& out, size_t* errOffset) {
+    out.clear();
+    out.reserve(len);
+    size_t i = 0;
+    while (i < len) {
+        const char* amp = static_cast<const char*>(memchr(s + i, '&', len - i));
+        if (amp == nullptr) {
+            out.append(s + i, len - i);
+            break;
+        }
+        const size_t at = static_cast<size_t>(amp - s);
+        out.append(s + i, at - i);
+        const size_t rest = len - at;
+        size_t used = 0;
+        if (rest >= 2 && amp[1] == '#') {
+            used = DecodeNumeric(amp, rest, out);
+        } else {
+            for (const NamedEntity& e : kNamed) {
+                if (rest >= e.len && NameEqualsN(amp, e.text, e.len)) {
+                    out.push_back(e.value);
+                    used = e.len;
+                    break;
+                }
+            }
+        }
+        if (used == 0) {
+            if (errOffset) *errOffset = at;
+            return false;
+        }
+        i = at + used;
+    }
+    return true;
+}
+
+// Escaped length of the character at p and the bytes it spans.
+static size_t EscapedLen(const char* p, size_t* span) {
+    switch (*p) {
+        case '&': *span = 1; return 5;
+        case '<': *span = 1; return 4;
+        case '>': *span = 1; return 4;
+        case '"': *span = 1; return 6;
+        case '\'': *span = 1; return 6;
+        default: *span = CharLen(p); return *span;
+    }
+}
+
+static size_t EscapedLength(const char* s) {
+    size_t total = 0;
+    while (*s) {
+        size_t span;
+        total += EscapedLen(s, &span);
+        s += span;
+    }
+    return total;
+}
+
+static char* Escape(char* dest, const char* s) {
+    char* d = dest;
+    while (*s) {
+        size_t span;
+        const char* rep = nullptr;
+        switch (*s) {
+            case '&': rep = "&amp;"; break;
+            case '<': rep = "&lt;"; break;
+            case '>': rep = "&gt;"; break;
+            case '"': rep = "&quot;"; break;
+            case '\'': rep = "&apos;"; break;
+            default: break;
+        }
+        if (rep) {
+            const size_t n = strlen(rep);
+            memcpy(d, rep, n);
+            d += n;
+            ++s;
+        } else {
+            EscapedLen(s, &span);
+            memcpy(d, s, span);
+            d += span;
+            s += span;
+        }
+    }
+    *d = '\0';
+    return dest;
+}
+
+}  // namespace tocra_xml
+
+XMLSTR XMLNode::fromXMLString(XMLCSTR s, int len, XMLError* error, int* errorOffset) {
+    if (error) *error = eXMLErrorNone;
+    if (s == nullptr) {
+        if (error) *error = eXMLErrorNoXMLText;
+        return nullptr;
+    }
+    const size_t n = len < 0 ? strlen(s) : strnlen(s, static_cast<size_t>(len));
+    std::string out;
+    size_t at = 0;
+    if (!tocra_xml::DecodeEntities(s, n, out, &at)) {
+        if (error) *error = eXMLErrorUnknownCharacterEntity;
+        if (errorOffset) *errorOffset = static_cast<int>(at);
+        return nullptr;
+    }
+    char* r = static_cast<char*>(malloc(out.size() + 1));
+    if (r == nullptr) return nullptr;
+    memcpy(r, out.c_str(), out.size() + 1);
+    return r;
+}
+
+void XMLNode::freeXMLString(XMLSTR s) { free(s); }
+
+ToXMLStringTool::~ToXMLStringTool() { freeBuffer(); }
+
+void ToXMLStringTool::freeBuffer() {
+    free(buf);
+    buf = nullptr;
+    bufLen = 0;
+}
+
+XMLSTR ToXMLStringTool::toXML(XMLCSTR source) {
+    if (source == nullptr) source = "";
+    const size_t need = tocra_xml::EscapedLength(source) + 1;
+    if (need > static_cast<size_t>(INT_MAX)) return nullptr;
+    if (static_cast<size_t>(bufLen) < need) {
+        char* p = static_cast<char*>(realloc(buf, need));
+        if (p == nullptr) return nullptr;
+        buf = p;
+        bufLen = static_cast<int>(need);
+    }
+    return tocra_xml::Escape(buf, source);
+}
+
+int ToXMLStringTool::lengthXMLString(XMLCSTR source) {
+    if (source == nullptr) return 0;
+    const size_t n = tocra_xml::EscapedLength(source);
+    return n > static_cast<size_t>(INT_MAX) ? INT_MAX : static_cast<int>(n);
+}
+
+XMLSTR ToXMLStringTool::toXMLUnSafe(XMLSTR dest, XMLCSTR source) {
+    if (dest == nullptr) return nullptr;
+    return tocra_xml::Escape(dest, source ? source : "");
+}
+
+char xmltob(XMLCSTR text, char def) {
+    if (text == nullptr) return def;
+    switch (text[0]) {
+        case '1': case 't': case 'T': case 'y': case 'Y': return 1;
+        default: return 0;
+    }
+}
+
+long long xmltol(XMLCSTR text, long long def) {
+    if (text == nullptr) return def;
+    return strtoll(text, nullptr, 10);  // saturates at the long long range
+}
+
+int xmltoi(XMLCSTR text, int def) {
+    if (text == nullptr) return def;
+    const long long v = strtoll(text, nullptr, 10);
+    if (v > INT_MAX) return INT_MAX;
+    if (v < INT_MIN) return INT_MIN;
+    return static_cast<int>(v);
+}
+
+double xmltof(XMLCSTR text, double def) {
+    if (text == nullptr) return def;
+    return strtod(text, nullptr);
+}
+
+XMLCSTR xmltoa(XMLCSTR text, XMLCSTR def) { return text ? text : def; }
+
+XMLCHAR xmltoc(XMLCSTR text, XMLCHAR def) { return (text && text[0]) ? text[0] : def; }

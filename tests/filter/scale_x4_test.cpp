@@ -1,0 +1,209 @@
+#include <cstring>
+#include <vector>
+
+#include "filter/filter_kernels.h"
+#include "filter_test_util.h"
+
+namespace {
+
+using tocra_test::RandomBytes;
+
+// ---- down-scale --------------------------------------------------------------
+
+TEST(DownScale, PlainAndVectorAgreeOnEveryTailAndOddSize) {
+    for (int w = 1; w <= 75; ++w) {
+        for (int rows : {1, 2, 3, 5, 6}) {
+            for (int pad : {0, 1, 9}) {
+                const int srcStride = w + pad, dstStride = (w + 1) / 2 + 3;
+                const auto src = RandomBytes(static_cast<size_t>(srcStride) * rows, w * 17 + rows + pad);
+                std::vector<uint8_t> a(static_cast<size_t>(dstStride) * ((rows + 1) / 2), 0x11), b = a;
+                tocra::DownScaleX4_C(src.data(), rows, w, a.data(), srcStride, dstStride);
+                Neon_DownScaleX4(src.data(), rows, w, b.data(), srcStride, dstStride);
+                ASSERT_EQ(a, b) << w << "x" << rows << " pad " << pad;
+            }
+        }
+    }
+}
+
+TEST(DownScale, RoundedMeanOfEachBlockAndTheOddEdges) {
+    // 3 x 3 source with stride 4: the odd column reads the padding byte, the
+    // odd row repeats the last row.
+    const uint8_t src[] = {10, 11, 20, 40,  //
+                           12, 14, 30, 50,  //
+                           100, 0, 200, 7};
+    uint8_t dst[4] = {};
+    Neon_DownScaleX4(src, 3, 3, dst, 4, 2);
+    EXPECT_EQ(dst[0], (10 + 11 + 12 + 14 + 2) >> 2);
+    EXPECT_EQ(dst[1], (20 + 40 + 30 + 50 + 2) >> 2);
+    EXPECT_EQ(dst[2], (100 + 0 + 100 + 0 + 2) >> 2);
+    EXPECT_EQ(dst[3], (200 + 7 + 200 + 7 + 2) >> 2);
+    // Without padding the last pixel stands in for the missing one.
+    const uint8_t tight[] = {10, 11, 20, 12, 14, 30};
+    Neon_DownScaleX4(tight, 2, 3, dst, 3, 2);
+    EXPECT_EQ(dst[1], (20 + 20 + 30 + 30 + 2) >> 2);
+}
+
+TEST(DownScale, BandsMatchTheWholePlaneAndOddBandsHaveOneWriterPerRow) {
+    filter_test::StartPool();
+    // Even bands (and heights below 4, all in the last band) give the whole-plane result.
+    for (int h : {8, 16, 40, 2, 3}) {
+        const int w = 37, srcStride = 40, dstStride = 24;
+        const auto src = RandomBytes(static_cast<size_t>(srcStride) * h, h);
+        std::vector<uint8_t> a(static_cast<size_t>(dstStride) * h, 0), b = a;
+        tocra::DownScaleX4_C(src.data(), h, w, a.data(), srcStride, dstStride);
+        ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), b.data(), h, w, srcStride, dstStride), 0);
+        ASSERT_EQ(a, b) << h;
+    }
+    // Height 12: bands of 3 rows; rows come from pairs (0,1) (3,4) (6,7) (9,10) (11,11).
+    const int w = 16, h = 12;
+    const auto src = RandomBytes(static_cast<size_t>(w) * h, 99);
+    std::vector<uint8_t> dst(8 * 6, 0xAB);
+    ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), h, w, w, 8), 0);
+    const int pairs[5][2] = {{0, 1}, {3, 4}, {6, 7}, {9, 10}, {11, 11}};
+    for (int r = 0; r < 5; ++r) {
+        std::vector<uint8_t> two(2 * w);
+        memcpy(two.data(), &src[pairs[r][0] * w], w);
+        memcpy(two.data() + w, &src[pairs[r][1] * w], w);
+        uint8_t want[8];
+        tocra::DownScaleX4_C(two.data(), 2, w, want, w, 8);
+        EXPECT_EQ(0, memcmp(want, &dst[r * 8], 8)) << r;
+    }
+    EXPECT_EQ(dst[5 * 8], 0xAB);
+    filter_test::StopPool();
+}
+
+// ---- up-scale ----------------------------------------------------------------
+
+// The up-scale by its definition, pixel by pixel.
+std::vector<uint8_t> NaiveUp(const std::vector<uint8_t>& s, int w, int h, int ss, int ds) {
+    std::vector<uint8_t> d(static_cast<size_t>(ds) * 2 * h, 0);
+    auto S = [&](int y, int x) { return static_cast<int>(s[static_cast<size_t>(y) * ss + x]); };
+    auto border = [&](int dy, int y) {
+        uint8_t* row = &d[static_cast<size_t>(dy) * ds];
+        row[0] = S(y, 0);
+        for (int x = 0; x + 1 < w; ++x) {
+            row[2 * x + 1] = (3 * S(y, x) + S(y, x + 1) + 2) >> 2;
+            row[2 * x + 2] = (S(y, x) + 3 * S(y, x + 1) + 2) >> 2;
+        }
+        row[2 * w - 1] = S(y, w - 1);
+    };
+    border(0, 0);
+    for (int y = 0; y + 1 < h; ++y) {
+        uint8_t* r1 = &d[static_cast<size_t>(2 * y + 1) * ds];
+        uint8_t* r2 = r1 + ds;
+        for (int x = 0; x + 1 < w; ++x) {
+            const int a = S(y, x), b = S(y, x + 1), c = S(y + 1, x), e = S(y + 1, x + 1);
+            r1[2 * x + 1] = (9 * a + 3 * b + 3 * c + e + 8) >> 4;
+            r1[2 * x + 2] = (3 * a + 9 * b + c + 3 * e + 8) >> 4;
+            r2[2 * x + 1] = (3 * a + b + 9 * c + 3 * e + 8) >> 4;
+            r2[2 * x + 2] = (a + 3 * b + 3 * c + 9 * e + 8) >> 4;
+        }
+        for (int side = 0; side < 2; ++side) {
+            const int sx = side ? w - 1 : 0, dx = side ? 2 * w - 1 : 0;
+            r1[dx] = (3 * S(y, sx) + S(y + 1, sx) + 2) >> 2;
+            r2[dx] = (S(y, sx) + 3 * S(y + 1, sx) + 2) >> 2;
+        }
+    }
+    border(2 * h - 1, h - 1);
+    return d;
+}
+
+TEST(UpScale, PlainAndVectorPairsAgree) {
+    for (int w = 1; w <= 40; ++w) {
+        const int ss = w + 2, ds = 2 * w + 5, h = 4;
+        const auto src = RandomBytes(static_cast<size_t>(ss) * h, w);
+        std::vector<uint8_t> a(static_cast<size_t>(ds) * 2 * h, 0x33), b = a;
+        tocra::UpScalePairs_C(src.data(), 0, h - 1, w, ss, a.data(), ds);
+        tocra::UpScalePairs_Neon(src.data(), 0, h - 1, w, ss, b.data(), ds);
+        ASSERT_EQ(a, b) << w;
+    }
+}
+
+TEST(UpScale, MatchesTheDefinitionForEveryHeightAndWidth) {
+    filter_test::StartPool();
+    for (int h : {1, 2, 3, 4, 5, 10, 11, 23}) {
+        for (int w : {1, 2, 3, 8, 9, 17, 26}) {
+            const int ss = w + 1, ds = 2 * w + 3;
+            const auto src = RandomBytes(static_cast<size_t>(ss) * h, h * 50 + w);
+            std::vector<uint8_t> d(static_cast<size_t>(ds) * 2 * h, 0);
+            MT_UpScale4X_NEON(src.data(), h, w, ss, ds, d.data());
+            ASSERT_EQ(d, NaiveUp(src, w, h, ss, ds)) << w << "x" << h;
+        }
+    }
+    filter_test::StopPool();
+}
+
+TEST(UpScale, HandWorkedTwoByTwoAndConstantPlanes) {
+    const uint8_t src[] = {0, 16, 32, 48};
+    uint8_t d[16];
+    MT_UpScale4X_NEON(src, 2, 2, 2, 4, d);
+    const uint8_t want[16] = {0, 4, 12, 16,  //
+                              8, 12, 20, 24,  // (9*0 + 3*16 + 3*32 + 48 + 8) >> 4 = 12
+                              24, 28, 36, 40, //
+                              32, 36, 44, 48};
+    EXPECT_EQ(0, memcmp(d, want, 16));
+    std::vector<uint8_t> flat(30 * 7, 201), out(60 * 14, 0);
+    MT_UpScale4X_NEON(flat.data(), 7, 30, 30, 60, out.data());
+    EXPECT_EQ(out, std::vector<uint8_t>(out.size(), 201));
+    // Width 1: each destination row is the source pixel twice.
+    const uint8_t col[] = {10, 50};
+    uint8_t two[8];
+    MT_UpScale4X_NEON(col, 2, 1, 1, 2, two);
+    const uint8_t wantCol[8] = {10, 10, 20, 20, 40, 40, 50, 50};
+    EXPECT_EQ(0, memcmp(two, wantCol, 8));
+}
+
+// ---- error -----------------------------------------------------------------
+
+TEST(UpScaleError, SaturatesAndWorksInPlace) {
+    const uint8_t a[] = {255, 0, 100, 128, 0};
+    uint8_t b[] = {0, 255, 100, 0, 128};
+    int8_t e[5];
+    UpScaleError_NEON(a, b, e, 5, 1, 5);
+    const int8_t want[5] = {127, -128, 0, 127, -128};
+    EXPECT_EQ(0, memcmp(e, want, 5));
+    UpScaleError_NEON(a, b, reinterpret_cast<int8_t*>(b), 5, 1, 5);
+    EXPECT_EQ(0, memcmp(b, want, 5));
+}
+
+TEST(UpScaleError, PlainVectorAndBandsAgree) {
+    filter_test::StartPool();
+    for (int w = 1; w <= 40; ++w) {
+        for (int h : {1, 3, 7}) {
+            const int stride = w + 4;
+            const auto a = RandomBytes(static_cast<size_t>(stride) * h, w);
+            auto b = RandomBytes(static_cast<size_t>(stride) * h, w + 1000);
+            std::vector<int8_t> x(a.size(), 5), y(a.size(), 5);
+            tocra::UpScaleError_C(a.data(), b.data(), x.data(), w, h, stride);
+            ASSERT_EQ(UpScaleError_Neon_MT(a.data(), b.data(), y.data(), w, h, stride), 0);
+            ASSERT_EQ(x, y);
+            ASSERT_EQ(UpScaleError_Neon_MT(a.data(), b.data(), reinterpret_cast<int8_t*>(b.data()), w, h, stride), 0);
+            for (size_t i = 0; i < b.size(); ++i)
+                if (i % stride < static_cast<size_t>(w)) {
+                    ASSERT_EQ(static_cast<int8_t>(b[i]), x[i]);
+                }
+        }
+    }
+    filter_test::StopPool();
+}
+
+TEST(Scaling, BadInputIsRefusedWithoutWriting) {
+    std::vector<uint8_t> src(64, 9), dst(256, 1);
+    tocra_test::ClearLog();
+    EXPECT_EQ(DownScaleX4_Neon_MT(nullptr, dst.data(), 8, 8, 8, 4), -998);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 8, 8, 7, 4), -998);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), -8, 8, 8, 4), -998);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 8, 8, 8, 0), -998);
+    EXPECT_EQ(UpScaleError_Neon_MT(src.data(), nullptr, reinterpret_cast<int8_t*>(dst.data()), 8, 8, 8), -998);
+    EXPECT_EQ(UpScaleError_Neon_MT(src.data(), src.data(), reinterpret_cast<int8_t*>(dst.data()), 8, 8, 4), -998);
+    MT_UpScale4X_NEON(src.data(), 8, 8, 8, 15, dst.data());
+    MT_UpScale4X_NEON(nullptr, 8, 8, 8, 16, dst.data());
+    MT_UpScale4X_NEON(src.data(), -1, 8, 8, 16, dst.data());
+    EXPECT_EQ(dst, std::vector<uint8_t>(256, 1));
+    EXPECT_EQ(tocra_test::Log().size(), 9u);
+    EXPECT_TRUE(tocra_test::Logged(6, "MT_UpScale4X_NEON invalid input: width[8] height[8] srcStride[8] dstStride[15]\n"));
+    MT_UpScale4X_NEON(src.data(), 0, 8, 8, 16, dst.data());  // nothing to do
+    EXPECT_EQ(dst, std::vector<uint8_t>(256, 1));
+}
+
+}  // namespace
