@@ -226,7 +226,7 @@ int Run(const Options& o) {
         frames.back().FromI420(i420);
         outputs.emplace_back(k == 0 ? YuvFrame() : YuvFrame(size.width, size.height, o.layout));
     }
-    LibraryLog log(!o.quiet);
+    LibraryLog log(o.verbose);
 
     // 2. The tuning file; its face parameters drive the face map.
     run.config = ReadConfig(o.configDir, log);
@@ -269,6 +269,7 @@ int Run(const Options& o) {
         SavePicture(o.outDir, "upscale_error.png", fm.upscaleError, &run.pictures);
     }
 
+    run.invalidations = handles::Invalidations();
     run.totalMs = MsSince(runStart);
     const bool written = WriteMarkdown(run, o.outDir + "/report.md") && WriteJson(run, o.outDir + "/report.json");
     if (!written) {

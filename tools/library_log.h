@@ -2,7 +2,7 @@
 // on standard error ("BRIMVEL_AP E <date> <time> <pid> <tid> <text>"), and
 // prints its timings on standard output. The demo collects both around each
 // call, so that the report can quote the library's own error message next to
-// a status and so that --quiet can keep them off the terminal.
+// a status, and shows them only when asked (--verbose).
 #ifndef TOCRA_DEMO_LIBRARY_LOG_H
 #define TOCRA_DEMO_LIBRARY_LOG_H
 
@@ -18,7 +18,7 @@ public:
 
     // Sends standard output and standard error into temporary files until End().
     void Begin();
-    // Restores both, echoes what was collected (unless quiet) and returns the
+    // Restores both, echoes what was collected (if asked to) and returns the
     // texts of the library's error-priority log lines.
     std::vector<std::string> End();
 

@@ -53,7 +53,9 @@ const char kHelp[] =
     "\n"
     "Output:\n"
     "  --out DIR              output folder (default demo-output), created if missing\n"
-    "  --quiet                do not echo the library's own log lines\n"
+    "  --verbose              also show the library's own log lines (standard error) and\n"
+    "                         timings (standard output); its error lines are quoted in\n"
+    "                         the progress lines and the report either way\n"
     "  -h, --help             show this help and exit\n"
     "\n"
     "Exit status: 0 when the pipeline ran (frames the library rejected are listed in the\n"
@@ -114,8 +116,8 @@ int ParseOptions(int argc, char** argv, Options* o) {
             o->synthetic = true;
         } else if (name == "--no-crop") {
             o->crop = false;
-        } else if (name == "--quiet") {
-            o->quiet = true;
+        } else if (name == "--verbose") {
+            o->verbose = true;
         } else if (name == "--out") {
             if (!next(&o->outDir) || o->outDir.empty()) return Fail("--out needs a folder");
         } else if (name == "--size") {

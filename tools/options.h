@@ -32,7 +32,7 @@ struct Options {
     std::string facesFile;  // empty: no faces (the built-in burst has a made-up one)
     std::string configDir;  // folder holding brimvel.xml, ending in '/'
     bool crop = true;       // crop frames to multiples of 8
-    bool quiet = false;     // do not echo the library's log lines
+    bool verbose = false;   // echo the library's own log and timing lines
 };
 
 // Fills options from argv. Returns 0 to run, 1 after printing the help, or

@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -51,6 +52,17 @@ public:
     void Bool(const char* key, bool v) {
         Key(key);
         out_ << (v ? "true" : "false");
+    }
+    // A number given as text, e.g. a value as the library formatted it.
+    void NumberText(const char* key, const std::string& text) {
+        Key(key);
+        char* end = nullptr;
+        const double v = strtod(text.c_str(), &end);
+        if (!text.empty() && *end == '\0' && std::isfinite(v)) {
+            out_ << text;
+        } else {
+            out_ << Quote(text);
+        }
     }
     void Null(const char* key) {
         Key(key);
@@ -269,13 +281,14 @@ bool WriteJson(const RunReport& run, const std::string& path) {
     Call(j, run.config.call);
     if (run.config.call.status == TOCRA_OK) {
         j.Open("fields", '{');
-        for (const auto& field : ConfigFields(run.config.record)) j.String(field.first.c_str(), field.second);
+        for (const auto& field : ConfigFields(run.config.record)) j.NumberText(field.first.c_str(), field.second);
         j.Close('}');
     }
     j.Number("time_ms", run.config.call.ms);
     j.Close('}');
 
     StringArray(j, "pictures", run.pictures);
+    j.Int("cache_invalidations", run.invalidations);
     j.Number("total_ms", run.totalMs);
     j.Close('}');
     return WriteFile(path, j.Text());

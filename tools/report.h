@@ -61,6 +61,7 @@ struct RunReport {
     FaceMap faceMap;
     std::vector<std::string> pictures;  // face map and the others of the reference
 
+    int invalidations = 0;  // FunInvalidBuff calls the library made
     double totalMs = 0.0;
 };
 

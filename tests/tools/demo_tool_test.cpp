@@ -194,7 +194,7 @@ cv::Mat Shifted(const cv::Mat& img, double dx, double dy) {
 class GeneratedBurst : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        run_ = new ToolRun(RunTool("burst", {"--synthetic", "--size", "640x480", "--quiet"}));
+        run_ = new ToolRun(RunTool("burst", {"--synthetic", "--size", "640x480"}));
         report_ = new Json();
         parsed_ = LoadReport(*run_, report_);
     }
@@ -260,17 +260,19 @@ TEST_F(GeneratedBurst, BalancesEveryFrameAgainstTheReference) {
 TEST_F(GeneratedBurst, WritesEveryPictureAsValidPng) {
     ASSERT_TRUE(parsed_);
     ExpectPicturesValid(*run_, *report_);
-    SKIP_IF_NOT_BUILT((*report_)["frames"][0]["status"].Int());
-    SKIP_IF_NOT_BUILT((*report_)["frames"][0]["balance_status"].Int());
     SKIP_IF_NOT_BUILT((*report_)["face_map"]["status"].Int());
+    EXPECT_EQ(cv::imread(run_->dir + "/face_map.png", cv::IMREAD_UNCHANGED).size(), cv::Size(320, 240));
+    EXPECT_EQ(cv::imread(run_->dir + "/small_rgb.png", cv::IMREAD_UNCHANGED).size(), cv::Size(320, 240));
+    SKIP_IF_NOT_BUILT((*report_)["frames"][0]["balance_status"].Int());
     for (int k = 1; k <= 5; ++k) {
-        const cv::Mat aligned = cv::imread(run_->dir + "/aligned_" + std::to_string(k) + ".png");
-        EXPECT_EQ(aligned.size(), cv::Size(640, 480));
         EXPECT_TRUE(Exists(run_->dir + "/contact_" + std::to_string(k) + ".png"));
         EXPECT_TRUE(Exists(run_->dir + "/balance_" + std::to_string(k) + ".png"));
     }
-    EXPECT_EQ(cv::imread(run_->dir + "/face_map.png", cv::IMREAD_UNCHANGED).size(), cv::Size(320, 240));
-    EXPECT_EQ(cv::imread(run_->dir + "/small_rgb.png", cv::IMREAD_UNCHANGED).size(), cv::Size(320, 240));
+    SKIP_IF_NOT_BUILT((*report_)["frames"][0]["status"].Int());
+    for (int k = 1; k <= 5; ++k) {
+        const cv::Mat aligned = cv::imread(run_->dir + "/aligned_" + std::to_string(k) + ".png");
+        EXPECT_EQ(aligned.size(), cv::Size(640, 480));
+    }
 }
 
 TEST_F(GeneratedBurst, BuildsTheFaceMapAndReadsTheTuningFile) {
@@ -300,7 +302,7 @@ TEST_F(GeneratedBurst, WritesTheMarkdownReportAndProgress) {
     ASSERT_FALSE(md.empty());
     for (int k = 1; k <= 5; ++k) EXPECT_NE(md.find("| " + std::to_string(k) + " | 0 aligned |"), std::string::npos);
     EXPECT_NE(md.find("How the corner error is measured"), std::string::npos);
-    // One progress line per stage; --quiet keeps the library's own lines off.
+    // One progress line per stage; the library's own lines only with --verbose.
     for (int k = 1; k <= 5; ++k) {
         EXPECT_NE(run_->err.find("tocra_demo: frame " + std::to_string(k) + ": registration status 0"),
                   std::string::npos);
@@ -314,7 +316,7 @@ TEST_F(GeneratedBurst, WritesTheMarkdownReportAndProgress) {
 // ---------------------------------------------------------------------------
 
 TEST(DemoTool, AlignsNv12Buffers) {
-    const ToolRun r = RunTool("nv12", {"--synthetic", "--size", "320x240", "--frames", "2", "--format", "nv12", "--quiet"});
+    const ToolRun r = RunTool("nv12", {"--synthetic", "--size", "320x240", "--frames", "2", "--format", "nv12"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     Json report;
     ASSERT_TRUE(LoadReport(r, &report));
@@ -336,14 +338,18 @@ TEST(DemoTool, ReportsRejectedFramesAndGoesOn) {
     ASSERT_TRUE(cv::imwrite(dir + "/flat.png", cv::Mat(240, 320, CV_8UC3, cv::Scalar(90, 90, 90))));
     ASSERT_TRUE(cv::imwrite(dir + "/moved.jpg", Shifted(ref, 5.5, -3.25)));
 
-    const ToolRun r = RunTool("rejected", {dir + "/ref.png", dir + "/flat.png", dir + "/moved.jpg"});
+    const ToolRun r = RunTool("rejected", {"--verbose", dir + "/ref.png", dir + "/flat.png", dir + "/moved.jpg"});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     Json report;
     ASSERT_TRUE(LoadReport(r, &report));
     EXPECT_FALSE(report["input"]["generated"].boolean);
     ASSERT_EQ(report["frames"].size(), 2u);
-    SKIP_IF_NOT_BUILT(report["frames"][0]["status"].Int());
+    // No faces given: the map is the background everywhere.
     SKIP_IF_NOT_BUILT(report["face_map"]["status"].Int());
+    const cv::Mat map = cv::imread(r.dir + "/face_map.png", cv::IMREAD_GRAYSCALE);
+    ASSERT_FALSE(map.empty());
+    EXPECT_EQ(cv::countNonZero(map != 255), 0);
+    SKIP_IF_NOT_BUILT(report["frames"][0]["status"].Int());
     // Nothing to match on a flat frame: the library rejects it, with its reason.
     const Json& flat = report["frames"][0];
     EXPECT_EQ(flat["status"].Int(), 3);
@@ -357,13 +363,9 @@ TEST(DemoTool, ReportsRejectedFramesAndGoesOn) {
     ExpectAreaValid(moved["area"], 320, 240);
     EXPECT_EQ(moved["corner_error_px"].type, Json::kNull);
     EXPECT_LT(moved["fit_rms_px"].number, 1.0);
-    // No faces given: the map is the background everywhere.
-    const cv::Mat map = cv::imread(r.dir + "/face_map.png", cv::IMREAD_GRAYSCALE);
-    ASSERT_FALSE(map.empty());
-    EXPECT_EQ(cv::countNonZero(map != 255), 0);
     const std::string md = ReadFile(r.dir + "/report.md");
     EXPECT_NE(md.find("Frame 1, registration: status 3"), std::string::npos);
-    // Without --quiet the library's own lines are passed through.
+    // With --verbose the library's own lines are passed through.
     EXPECT_NE(r.err.find("BRIMVEL_AP"), std::string::npos);
 }
 
@@ -373,7 +375,7 @@ TEST(DemoTool, PassesSizesTheLibraryRefusesWithNoCrop) {
     ASSERT_TRUE(cv::imwrite(dir + "/a.png", ref));
     ASSERT_TRUE(cv::imwrite(dir + "/b.png", Shifted(ref, 3, 2)));
 
-    const ToolRun refused = RunTool("nocrop", {"--no-crop", "--quiet", dir + "/a.png", dir + "/b.png"});
+    const ToolRun refused = RunTool("nocrop", {"--no-crop", dir + "/a.png", dir + "/b.png"});
     EXPECT_EQ(refused.exitCode, 0) << refused.err;
     Json report;
     ASSERT_TRUE(LoadReport(refused, &report));
@@ -381,7 +383,7 @@ TEST(DemoTool, PassesSizesTheLibraryRefusesWithNoCrop) {
     SKIP_IF_NOT_BUILT(report["frames"][0]["status"].Int());
     EXPECT_EQ(report["frames"][0]["status"].Int(), 1);
 
-    const ToolRun cropped = RunTool("crop", {"--quiet", dir + "/a.png", dir + "/b.png"});
+    const ToolRun cropped = RunTool("crop", {dir + "/a.png", dir + "/b.png"});
     Json croppedReport;
     ASSERT_TRUE(LoadReport(cropped, &croppedReport));
     EXPECT_EQ(croppedReport["input"]["width"].Int(), 320);
@@ -404,20 +406,20 @@ TEST(DemoTool, ReadsRawYuvAndFaces) {
         std::ofstream faces(dir + "/faces.txt");
         faces << "# left top right bottom\n\n120 80 200 180\n";
     }
-    const ToolRun r = RunTool("raw", {"--quiet", "--size", "320x240", "--faces", dir + "/faces.txt", dir + "/burst.yuv"});
+    const ToolRun r = RunTool("raw", {"--size", "320x240", "--faces", dir + "/faces.txt", dir + "/burst.yuv"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     Json report;
     ASSERT_TRUE(LoadReport(r, &report));
     ASSERT_EQ(report["frames"].size(), 1u);
     EXPECT_EQ(report["face_map"]["faces"].size(), 1u);
     EXPECT_EQ(report["face_map"]["faces"][0][2].Int(), 200);
-    SKIP_IF_NOT_BUILT(report["frames"][0]["status"].Int());
-    SKIP_IF_NOT_BUILT(report["face_map"]["status"].Int());
-    EXPECT_EQ(report["frames"][0]["status"].Int(), 0);
     // The face's centre, at half resolution, is painted below the background.
+    SKIP_IF_NOT_BUILT(report["face_map"]["status"].Int());
     const cv::Mat map = cv::imread(r.dir + "/face_map.png", cv::IMREAD_GRAYSCALE);
     ASSERT_FALSE(map.empty());
     EXPECT_LT(map.at<uint8_t>(65, 80), 255);
+    SKIP_IF_NOT_BUILT(report["frames"][0]["status"].Int());
+    EXPECT_EQ(report["frames"][0]["status"].Int(), 0);
 }
 
 // ---------------------------------------------------------------------------
@@ -467,7 +469,7 @@ TEST(DemoTool, HelpExplainsEveryOption) {
     const ToolRun r = RunTool("help", {"--help"});
     EXPECT_EQ(r.exitCode, 0);
     for (const char* option : {"--out", "--size", "--yuv", "--photo", "--synthetic", "--frames", "--faces", "--no-crop",
-                               "--format", "--scale", "--max-keypoints", "--ratio", "--config-dir", "--quiet", "--help"}) {
+                               "--format", "--scale", "--max-keypoints", "--ratio", "--config-dir", "--verbose", "--help"}) {
         EXPECT_NE(r.out.find(option), std::string::npos) << option;
     }
 }
