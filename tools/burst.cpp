@@ -267,7 +267,6 @@ bool MakeBurst(const Options& o, Burst* burst, std::string* error) {
     // A made-up face in the middle of the scene, so that the face map shows
     // what the library does with one.
     burst->faces.push_back(cv::Rect(size.width * 2 / 5, size.height * 3 / 10, size.width / 5, size.height * 3 / 10));
-    burst->notes.push_back("The face rectangle is made up (no --faces file); the scene need not show a face there.");
     return true;
 }
 

@@ -19,7 +19,7 @@ struct Burst {
     std::vector<std::string> names;   // where each frame came from
     std::vector<cv::Matx33d> truth;   // generated burst only: reference point -> frame point
     std::vector<std::string> exposures;  // generated burst only: how each frame was exposed
-    std::vector<cv::Rect> faces;      // made-up faces of the generated burst
+    std::vector<cv::Rect> faces;      // a made-up face of the generated burst
     std::string source;               // one line: what the burst is
     std::vector<std::string> notes;   // things the report should say
 };

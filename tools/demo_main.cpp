@@ -187,13 +187,12 @@ int Run(const Options& o) {
     }
     if (!o.facesFile.empty()) {
         burst.faces.clear();
-        burst.notes.erase(std::remove_if(burst.notes.begin(), burst.notes.end(),
-                                         [](const std::string& n) { return n.rfind("The face rectangle", 0) == 0; }),
-                          burst.notes.end());
         if (!ReadFaces(o.facesFile, &burst.faces, &error)) {
             Progress(error);
             return 2;
         }
+    } else if (!burst.faces.empty()) {
+        burst.notes.push_back("The face rectangle is made up (no --faces file); the scene need not show a face there.");
     }
     FitFrameSize(o.crop, &burst);
     if (!MakeFolder(o.outDir, &error)) {
@@ -204,6 +203,7 @@ int Run(const Options& o) {
     const int count = static_cast<int>(burst.frames.size());
     run.source = burst.source;
     run.frameNames = burst.names;
+    run.exposures = burst.exposures;
     run.size = size;
     run.layout = o.layout == Layout::kNv12 ? "NV12" : "planar YUV420";
     run.scale = o.scale;

@@ -210,6 +210,7 @@ bool WriteJson(const RunReport& run, const std::string& path) {
     j.String("source", run.source);
     j.Bool("generated", run.generated);
     StringArray(j, "frames", run.frameNames);
+    if (!run.exposures.empty()) StringArray(j, "exposures", run.exposures);
     j.Int("width", run.size.width);
     j.Int("height", run.size.height);
     j.String("format", run.layout);
@@ -303,7 +304,9 @@ bool WriteMarkdown(const RunReport& run, const std::string& path) {
     if (run.scale > 1) md << ", found on the luma reduced " << run.scale << " times";
     md << "; matching ratio " << Format("%.2f", run.ratio) << ".\n\n";
     for (size_t i = 0; i < run.frameNames.size(); ++i) {
-        md << "- frame " << i << ": " << run.frameNames[i] << "\n";
+        md << "- frame " << i << ": " << run.frameNames[i];
+        if (i < run.exposures.size()) md << "; " << run.exposures[i];
+        md << "\n";
     }
     md << "\n";
     for (const std::string& n : run.notes) md << "> " << n << "\n\n";
@@ -319,7 +322,8 @@ bool WriteMarkdown(const RunReport& run, const std::string& path) {
     md << "---|---|\n";
     for (const FrameRun& f : run.frames) {
         const Registration& r = f.registration;
-        md << "| " << f.index << " | " << r.call.status << (r.call.status == TOCRA_OK ? " aligned" : " rejected")
+        const char* outcome = r.call.status == TOCRA_OK ? " aligned" : r.call.status == kStageMissing ? " not run" : " rejected";
+        md << "| " << f.index << " | " << r.call.status << outcome
            << " | " << r.matches << " | " << r.survivors << " | " << (r.hasArea ? AreaText(r.area) : "-") << " | "
            << (f.balance.call.status == TOCRA_OK ? std::to_string(f.balance.result.joint) : "-") << " |";
         if (run.generated) md << " " << (f.hasTruth ? Format("%.3f", f.maxCornerError) : "-") << " |";

@@ -41,6 +41,7 @@ struct FrameRun {
 struct RunReport {
     std::string source;
     std::vector<std::string> frameNames;
+    std::vector<std::string> exposures;  // generated burst only
     cv::Size size;
     std::string layout;
     int scale = 1;
