@@ -91,7 +91,7 @@ void GatedJob(void* p, int) {
     g->cv.wait(lock, [g] { return g->open; });
 }
 
-int g_otherCalls = 0;
+std::atomic<int> g_otherCalls{0};
 void OtherJob(void*, int) { ++g_otherCalls; }
 
 TEST(WorkerPool, TrySetOnABusySlotFailsAndLeavesTheJob) {
