@@ -337,13 +337,6 @@ RansacRun RunRansac(const PairSet& p, tagRANSAC_PARAMS params) {
 
 }  // namespace
 
-TEST(RansacEstimation, ConfidenceBitPatternIsTheDocumentedOne) {
-    float c = 0.9995f;
-    uint32_t bits;
-    memcpy(&bits, &c, 4);
-    EXPECT_EQ(bits, 0x3F7FDF3Bu);
-}
-
 TEST(RansacEstimation, RecoversHomographyDespiteNoiseAndOutliers) {
     const PairSet p = MakePairs(300, 1.0f, 30, 2024);
     int inliers = 0;
