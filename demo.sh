@@ -5,7 +5,7 @@
 # demo-output/.
 set -euo pipefail
 cd "$(dirname "$0")"
-bash cmake/setup-debian.sh
+bash cmake/setup-debian.sh --demo
 mkdir -p build
 cmake -S . -B build/host -G Ninja -Wno-dev -DCMAKE_BUILD_TYPE=Release -DBRIMVEL_BUILD_TOOLS=ON \
   -DBRIMVEL_BUILD_BENCH=ON > build/host-configure.log 2>&1 || { cat build/host-configure.log; exit 1; }

@@ -82,7 +82,7 @@ struct ScanSet {
     void Add(int c) { bits[c >> 3] = static_cast<uint8_t>(bits[c >> 3] | (1u << (c & 7))); }
 };
 
-struct Spec {
+struct Directive {
     bool suppress;
     size_t width;  // kNoWidth when none was given
     Mod mod;
@@ -125,14 +125,14 @@ bool ParseScanSet(const unsigned char** pf, ScanSet* set) {
 
 // Parses one directive; f points after the '%'. False when the format ends
 // inside it.
-bool ParseSpec(const unsigned char** pf, Spec* spec) {
+bool ParseDirective(const unsigned char** pf, Directive* dir) {
     const unsigned char* f = *pf;
-    spec->suppress = false;
+    dir->suppress = false;
     if (*f == '*') {
-        spec->suppress = true;
+        dir->suppress = true;
         ++f;
     }
-    spec->width = kNoWidth;
+    dir->width = kNoWidth;
     if (IsDigit(*f)) {
         size_t w = 0;
         while (IsDigit(*f)) {
@@ -141,39 +141,39 @@ bool ParseSpec(const unsigned char** pf, Spec* spec) {
             w = w > (kMaxSafeSize - d) / 10 ? kMaxSafeSize : w * 10 + d;
             ++f;
         }
-        if (w > 0) spec->width = w;  // a width of 0 means none, as in the C library
+        if (w > 0) dir->width = w;  // a width of 0 means none, as in the C library
     }
-    spec->mod = Mod::kNone;
+    dir->mod = Mod::kNone;
     switch (*f) {
         case 'h':
-            spec->mod = f[1] == 'h' ? Mod::kHH : Mod::kH;
+            dir->mod = f[1] == 'h' ? Mod::kHH : Mod::kH;
             f += f[1] == 'h' ? 2 : 1;
             break;
         case 'l':
-            spec->mod = f[1] == 'l' ? Mod::kLL : Mod::kL;
+            dir->mod = f[1] == 'l' ? Mod::kLL : Mod::kL;
             f += f[1] == 'l' ? 2 : 1;
             break;
-        case 'L': spec->mod = Mod::kBigL; ++f; break;
-        case 'j': spec->mod = Mod::kJ; ++f; break;
-        case 'z': spec->mod = Mod::kZ; ++f; break;
-        case 't': spec->mod = Mod::kT; ++f; break;
+        case 'L': dir->mod = Mod::kBigL; ++f; break;
+        case 'j': dir->mod = Mod::kJ; ++f; break;
+        case 'z': dir->mod = Mod::kZ; ++f; break;
+        case 't': dir->mod = Mod::kT; ++f; break;
         case 'I':
             if (f[1] == '3' && f[2] == '2') {
-                spec->mod = Mod::kI32;
+                dir->mod = Mod::kI32;
                 f += 3;
             } else if (f[1] == '6' && f[2] == '4') {
-                spec->mod = Mod::kI64;
+                dir->mod = Mod::kI64;
                 f += 3;
             } else {
-                spec->mod = Mod::kI;
+                dir->mod = Mod::kI;
                 ++f;
             }
             break;
         default: break;
     }
     if (*f == '\0') return false;
-    spec->conv = *f++;
-    if (spec->conv == '[' && !ParseScanSet(&f, &spec->set)) return false;
+    dir->conv = *f++;
+    if (dir->conv == '[' && !ParseScanSet(&f, &dir->set)) return false;
     *pf = f;
     return true;
 }
@@ -372,10 +372,10 @@ struct Scan {
 
 void* NextDestination(Scan* sc) { return va_arg(sc->ap, void*); }
 
-Outcome ScanInteger(Scan* sc, const Spec& spec) {
+Outcome ScanInteger(Scan* sc, const Directive& dir) {
     int base = 10;
     bool isSigned = false;
-    switch (spec.conv) {
+    switch (dir.conv) {
         case 'd': isSigned = true; break;
         case 'i': base = 0; isSigned = true; break;
         case 'o': base = 8; break;
@@ -386,15 +386,15 @@ Outcome ScanInteger(Scan* sc, const Spec& spec) {
     SkipSpace(&sc->src);
     if (Peek(sc->src) < 0) return Outcome::kInputFail;
     IntItem item;
-    if (!ReadInteger(&sc->src, spec.width, base, &item)) return Outcome::kMatchFail;
+    if (!ReadInteger(&sc->src, dir.width, base, &item)) return Outcome::kMatchFail;
     sc->converted = true;
-    if (spec.suppress) return Outcome::kOk;
+    if (dir.suppress) return Outcome::kOk;
     void* dst = NextDestination(sc);
     if (dst == nullptr) return Outcome::kMatchFail;
     if (isSigned) {
-        StoreSigned(dst, spec.mod, item.negative, item.magnitude);
+        StoreSigned(dst, dir.mod, item.negative, item.magnitude);
     } else {
-        StoreUnsigned(dst, spec.mod, item.negative, item.magnitude);
+        StoreUnsigned(dst, dir.mod, item.negative, item.magnitude);
     }
     ++sc->assigned;
     return Outcome::kOk;
@@ -402,21 +402,21 @@ Outcome ScanInteger(Scan* sc, const Spec& spec) {
 
 // %p: hexadecimal with an optional 0x, or "(nil)" as glibc prints a null
 // pointer.
-Outcome ScanPointer(Scan* sc, const Spec& spec) {
-    if (spec.mod != Mod::kNone) return Outcome::kMatchFail;
+Outcome ScanPointer(Scan* sc, const Directive& dir) {
+    if (dir.mod != Mod::kNone) return Outcome::kMatchFail;
     SkipSpace(&sc->src);
     if (Peek(sc->src) < 0) return Outcome::kInputFail;
     IntItem item{0, false};
     const char* nil = "(nil)";
     size_t k = 0;
-    while (nil[k] != '\0' && FieldAt(sc->src, spec.width, k) == nil[k]) ++k;
+    while (nil[k] != '\0' && FieldAt(sc->src, dir.width, k) == nil[k]) ++k;
     if (nil[k] == '\0') {
         sc->src.pos += k;
-    } else if (!ReadInteger(&sc->src, spec.width, 16, &item)) {
+    } else if (!ReadInteger(&sc->src, dir.width, 16, &item)) {
         return Outcome::kMatchFail;
     }
     sc->converted = true;
-    if (spec.suppress) return Outcome::kOk;
+    if (dir.suppress) return Outcome::kOk;
     void* dst = NextDestination(sc);
     if (dst == nullptr) return Outcome::kMatchFail;
     uintptr_t v = 0;
@@ -427,16 +427,16 @@ Outcome ScanPointer(Scan* sc, const Spec& spec) {
     return Outcome::kOk;
 }
 
-Outcome ScanFloat(Scan* sc, const Spec& spec) {
-    if (spec.mod != Mod::kNone && spec.mod != Mod::kL && spec.mod != Mod::kBigL) return Outcome::kMatchFail;
+Outcome ScanFloat(Scan* sc, const Directive& dir) {
+    if (dir.mod != Mod::kNone && dir.mod != Mod::kL && dir.mod != Mod::kBigL) return Outcome::kMatchFail;
     SkipSpace(&sc->src);
     if (Peek(sc->src) < 0) return Outcome::kInputFail;
-    const size_t n = MeasureFloat(sc->src, spec.width);
+    const size_t n = MeasureFloat(sc->src, dir.width);
     if (n == 0) return Outcome::kMatchFail;
     const char* text = reinterpret_cast<const char*>(sc->src.text + sc->src.pos);
     sc->src.pos += n;
     sc->converted = true;
-    if (spec.suppress) return Outcome::kOk;
+    if (dir.suppress) return Outcome::kOk;
     void* dst = NextDestination(sc);
     if (dst == nullptr) return Outcome::kMatchFail;
     sc->buf.used = 0;
@@ -444,65 +444,65 @@ Outcome ScanFloat(Scan* sc, const Spec& spec) {
         if (!ScanBufferPush(&sc->buf, text[i])) return Outcome::kMatchFail;
     }
     if (!ScanBufferPush(&sc->buf, '\0')) return Outcome::kMatchFail;
-    if (!StoreFloat(dst, spec.mod, sc->buf.data, n)) return Outcome::kMatchFail;
+    if (!StoreFloat(dst, dir.mod, sc->buf.data, n)) return Outcome::kMatchFail;
     ++sc->assigned;
     return Outcome::kOk;
 }
 
 // %c, %s and %[: measure the field, then copy it in one go if it fits.
-Outcome ScanText(Scan* sc, const Spec& spec) {
-    if (spec.mod != Mod::kNone) return Outcome::kMatchFail;
-    if (spec.conv == 's') SkipSpace(&sc->src);
+Outcome ScanText(Scan* sc, const Directive& dir) {
+    if (dir.mod != Mod::kNone) return Outcome::kMatchFail;
+    if (dir.conv == 's') SkipSpace(&sc->src);
     if (Peek(sc->src) < 0) return Outcome::kInputFail;
     size_t n = 0;
-    if (spec.conv == 'c') {
-        const size_t want = spec.width == kNoWidth ? 1 : spec.width;
+    if (dir.conv == 'c') {
+        const size_t want = dir.width == kNoWidth ? 1 : dir.width;
         while (n < want && PeekAt(sc->src, n) >= 0) ++n;
-    } else if (spec.conv == 's') {
-        for (int c; (c = FieldAt(sc->src, spec.width, n)) >= 0 && !IsSpace(c);) ++n;
+    } else if (dir.conv == 's') {
+        for (int c; (c = FieldAt(sc->src, dir.width, n)) >= 0 && !IsSpace(c);) ++n;
     } else {
-        for (int c; (c = FieldAt(sc->src, spec.width, n)) >= 0 && spec.set.Has(c);) ++n;
+        for (int c; (c = FieldAt(sc->src, dir.width, n)) >= 0 && dir.set.Has(c);) ++n;
         if (n == 0) return Outcome::kMatchFail;
     }
     const unsigned char* text = sc->src.text + sc->src.pos;
     sc->converted = true;
-    if (spec.suppress) {
+    if (dir.suppress) {
         sc->src.pos += n;
         return Outcome::kOk;
     }
     char* dst = static_cast<char*>(NextDestination(sc));
     const unsigned int size = va_arg(sc->ap, unsigned int);
     if (dst == nullptr || size == 0 || size > kMaxSafeSize) return Outcome::kMatchFail;
-    const size_t need = spec.conv == 'c' ? n : n + 1;
+    const size_t need = dir.conv == 'c' ? n : n + 1;
     if (need > size) {
         dst[0] = '\0';
         return Outcome::kMatchFail;
     }
     memcpy(dst, text, n);
-    if (spec.conv != 'c') dst[n] = '\0';
+    if (dir.conv != 'c') dst[n] = '\0';
     sc->src.pos += n;
     ++sc->assigned;
     return Outcome::kOk;
 }
 
 // %n: the number of characters read so far; no input, not counted.
-Outcome ScanCount(Scan* sc, const Spec& spec) {
-    if (spec.suppress) return Outcome::kOk;
+Outcome ScanCount(Scan* sc, const Directive& dir) {
+    if (dir.suppress) return Outcome::kOk;
     void* dst = NextDestination(sc);
     if (dst == nullptr) return Outcome::kMatchFail;
-    StoreSigned(dst, spec.mod, false, sc->src.pos);
+    StoreSigned(dst, dir.mod, false, sc->src.pos);
     return Outcome::kOk;
 }
 
-Outcome RunDirective(Scan* sc, const Spec& spec) {
-    switch (spec.conv) {
+Outcome RunDirective(Scan* sc, const Directive& dir) {
+    switch (dir.conv) {
         case 'd':
         case 'i':
         case 'u':
         case 'o':
         case 'x':
-        case 'X': return ScanInteger(sc, spec);
-        case 'p': return ScanPointer(sc, spec);
+        case 'X': return ScanInteger(sc, dir);
+        case 'p': return ScanPointer(sc, dir);
         case 'e':
         case 'E':
         case 'f':
@@ -510,11 +510,11 @@ Outcome RunDirective(Scan* sc, const Spec& spec) {
         case 'g':
         case 'G':
         case 'a':
-        case 'A': return ScanFloat(sc, spec);
+        case 'A': return ScanFloat(sc, dir);
         case 'c':
         case 's':
-        case '[': return ScanText(sc, spec);
-        case 'n': return ScanCount(sc, spec);
+        case '[': return ScanText(sc, dir);
+        case 'n': return ScanCount(sc, dir);
         case '%':
             SkipSpace(&sc->src);
             if (Peek(sc->src) < 0) return Outcome::kInputFail;
@@ -556,8 +556,8 @@ extern "C" int scan_input_s(const char* str, size_t len, const char* format, va_
             }
         } else {
             ++f;
-            Spec spec;
-            out = ParseSpec(&f, &spec) ? RunDirective(&sc, spec) : Outcome::kMatchFail;
+            Directive dir;
+            out = ParseDirective(&f, &dir) ? RunDirective(&sc, dir) : Outcome::kMatchFail;
         }
     }
     ScanBufferRelease(&sc.buf);

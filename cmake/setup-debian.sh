@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs, with apt-get, the Debian packages that the builds, tests, demo and
 # benchmarks need; does nothing when they are all present.
+#   --demo   also the real photographs the demo makes its default burst from
+#            (opencv-doc); the tests do not need them.
 set -euo pipefail
 
 packages=(
@@ -11,6 +13,7 @@ packages=(
   libopencv-dev
   clang libclang-rt-14-dev
 )
+[ "${1:-}" = "--demo" ] && packages+=(opencv-doc)
 
 missing=()
 for p in "${packages[@]}"; do

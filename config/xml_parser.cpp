@@ -369,9 +369,10 @@ XMLNode XMLNode::parseString(XMLCSTR text, XMLCSTR tag, XMLResults* results) {
 XMLNode XMLNode::parseFile(XMLCSTR path, XMLCSTR tag, XMLResults* results) {
     FILE* f = path ? fopen(path, "rb") : nullptr;
     // Only regular files are read: a directory opens, but its "size" is
-    // whatever the file system makes of it.
+    // whatever the file system makes of it. (A failing fstat, as the 32-bit
+    // call can on 64-bit inode numbers, does not refuse the file.)
     struct stat st;
-    if (f != nullptr && (fstat(fileno(f), &st) != 0 || !S_ISREG(st.st_mode))) {
+    if (f != nullptr && fstat(fileno(f), &st) == 0 && !S_ISREG(st.st_mode)) {
         fclose(f);
         f = nullptr;
     }

@@ -48,8 +48,9 @@
 //   12 an unknown entity, or a numeric reference without ';', empty, out of
 //      range or not representable in the current encoding
 // Line and column (both from 1, multi-byte characters counted once) are
-// those of the start of the offending construct for codes 4 to 8 and 12, and
-// of the end of the text for codes 1 and 2. Codes that do not belong to a
+// those of the start of the offending construct for codes 4 to 8 and 12; for
+// code 1 those of the end tag that closed the open element, or of the end of
+// the text; for code 2 those of the end of the text. Codes that do not belong to a
 // place in the text (3, 9, 10, 11) and success report line 0, column 0.
 //
 // Encoding and options are process-wide (see setGlobalOptions) and not

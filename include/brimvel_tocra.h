@@ -600,9 +600,16 @@ TOCRA_API int memmove_s(void* dst, size_t dstSize, const void* src, size_t count
 TOCRA_API int memset_s(void* dst, size_t dstSize, int value, size_t count);
 TOCRA_API int strcpy_s(char* dst, size_t dstSize, const char* src);
 TOCRA_API int strncpy_s(char* dst, size_t dstSize, const char* src, size_t count);
+/* Formatted input from a string, scanf-style. Text destinations (%c, %s, %[)
+ * take the destination followed by its size as an unsigned int; a field that
+ * does not fit (with the NUL of %s and %[) fails and leaves an empty string.
+ * Integers saturate at the destination's limits. Returns the number of fields
+ * assigned, or -1 for a null or empty str, a null format, or input that ended
+ * before the first conversion. */
 TOCRA_API int sscanf_s(const char* str, const char* format, ...);
 TOCRA_API int vsscanf_s(const char* str, const char* format, va_list args);
-/* The formatted-input engine behind both scan functions: reads at most len characters of str. */
+/* The formatted-input engine behind both scan functions: reads at most len
+ * characters of str, stopping early at a NUL. */
 TOCRA_API int scan_input_s(const char* str, size_t len, const char* format, va_list args);
 
 #if defined(__cplusplus)

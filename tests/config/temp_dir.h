@@ -2,11 +2,11 @@
 #ifndef TOCRA_TESTS_CONFIG_TEMP_DIR_H
 #define TOCRA_TESTS_CONFIG_TEMP_DIR_H
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 #include <string>
 
 namespace tocra_test {
@@ -18,15 +18,11 @@ public:
         const char* d = mkdtemp(tmpl);
         path_ = d ? d : "";
     }
+    // Removes the files written through Write (a directory listing is not
+    // used: 32-bit readdir fails on 64-bit directory offsets under qemu).
     ~TempDir() {
         if (path_.empty()) return;
-        if (DIR* dir = opendir(path_.c_str())) {
-            while (dirent* e = readdir(dir)) {
-                const std::string name = e->d_name;
-                if (name != "." && name != "..") unlink((path_ + "/" + name).c_str());
-            }
-            closedir(dir);
-        }
+        for (const std::string& name : written_) unlink(file(name).c_str());
         rmdir(path_.c_str());
     }
     TempDir(const TempDir&) = delete;
@@ -37,8 +33,9 @@ public:
     std::string file(const std::string& name) const { return path_ + "/" + name; }
 
     // Writes bytes to name in this directory; returns the full path.
-    std::string Write(const std::string& name, const std::string& bytes) const {
+    std::string Write(const std::string& name, const std::string& bytes) {
         const std::string p = file(name);
+        written_.insert(name);
         if (FILE* f = fopen(p.c_str(), "wb")) {
             fwrite(bytes.data(), 1, bytes.size(), f);
             fclose(f);
@@ -48,6 +45,7 @@ public:
 
 private:
     std::string path_;
+    std::set<std::string> written_;
 };
 
 }  // namespace tocra_test

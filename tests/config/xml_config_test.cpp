@@ -303,9 +303,17 @@ TEST_F(ParseXml, DirectoryLengthLimitIsClean) {
     std::string base = dir.dir();
     const std::string sub = std::string(243 - base.size() - 1, 'd');
     const std::string fits = base + sub + "/";
+    const std::string path = fits + "brimvel.xml";
+    struct Cleanup {
+        const std::string& dir;
+        const std::string& file;
+        ~Cleanup() {
+            unlink(file.c_str());
+            rmdir(dir.c_str());
+        }
+    } cleanup{fits, path};
     ASSERT_EQ(fits.size(), 243u);
     ASSERT_EQ(mkdir(fits.c_str(), 0700), 0);
-    const std::string path = fits + "brimvel.xml";
     if (FILE* f = fopen(path.c_str(), "wb")) {
         const std::string t = TuningFile(Elements({{"Face/Margin", "9"}}));
         fwrite(t.data(), 1, t.size(), f);
@@ -316,8 +324,6 @@ TEST_F(ParseXml, DirectoryLengthLimitIsClean) {
     EXPECT_EQ(Call(base + sub + "x/"), -999);  // 244
     EXPECT_TRUE(Logged(4, "xml XmlConfig.LoadConfig failed\n"));
     EXPECT_EQ(Call(std::string(5000, 'p') + "/"), -999);
-    unlink(path.c_str());
-    rmdir(fits.c_str());
 }
 
 TEST_F(ParseXml, BadRequestsAnswerMinus998) {
