@@ -67,6 +67,13 @@ int HomographyDLT(const float* refPoints, const float* matchPoints, int n, float
 // eigenvectors. At most 81 * sweepFactor rotations. Returns 0.
 int JacobiEigen(float* A, float* W, float* V, int sweepFactor, unsigned char* work);
 
+// The symmetric 9x9 normal matrix of the DLT over n pairs (all 81 entries
+// written). norm holds cM.x, cM.y, sM.x, sM.y, cm.x, cm.y, sm.x, sm.y: each
+// point is centred on its mean and multiplied by its scale. The vector form
+// gives the same bytes; HomographyDLT uses it.
+void DltNormalMatrix_C(const float* ref, const float* match, int n, const float* norm, float* LtL);
+void DltNormalMatrix_Neon(const float* ref, const float* match, int n, const float* norm, float* LtL);
+
 // c = a * b for row-major 3x3 matrices; c must not alias a or b.
 void MatrixMul3x3(const float* a, const float* b, float* c);
 

@@ -1,6 +1,7 @@
 // Normalised direct linear transform: both point sets are centred on their
 // means and scaled by the reciprocal of their mean absolute deviation, the
-// 9x9 normal matrix of the two equations per pair is built, and its
+// 9x9 normal matrix of the two equations per pair is built
+// (dlt_normal_matrix.cpp), and its
 // eigenvector of the smallest eigenvalue, mapped back through the two
 // normalisations, is the homography. Single precision throughout.
 #include <cfloat>
@@ -53,21 +54,9 @@ int HomographyDLT(const float* refPoints, const float* matchPoints, int n, float
     smx = fn / smx;
     smy = fn / smy;
 
-    float LtL[81] = {};
-    for (int i = 0; i < n; ++i) {
-        const float X = (refPoints[2 * i] - cMx) * sMx;
-        const float Y = (refPoints[2 * i + 1] - cMy) * sMy;
-        const float x = (matchPoints[2 * i] - cmx) * smx;
-        const float y = (matchPoints[2 * i + 1] - cmy) * smy;
-        const float Lx[9] = {X, Y, 1.0f, 0.0f, 0.0f, 0.0f, -x * X, -x * Y, -x};
-        const float Ly[9] = {0.0f, 0.0f, 0.0f, X, Y, 1.0f, -y * X, -y * Y, -y};
-        for (int j = 0; j < 9; ++j) {
-            for (int k = j; k < 9; ++k) LtL[j * 9 + k] += Lx[j] * Lx[k] + Ly[j] * Ly[k];
-        }
-    }
-    for (int j = 0; j < 9; ++j) {
-        for (int k = 0; k < j; ++k) LtL[j * 9 + k] = LtL[k * 9 + j];
-    }
+    const float norm[8] = {cMx, cMy, sMx, sMy, cmx, cmy, smx, smy};
+    float LtL[81];
+    DltNormalMatrix_Neon(refPoints, matchPoints, n, norm, LtL);
 
     float W[9];
     float V[81];
