@@ -1,0 +1,283 @@
+// Vector perspective warp and its four-thread variants.
+//
+// The eight columns of one divisor run are four 2x2 blocks. Their top-left
+// positions come from the column table as one four-lane float vector, are
+// mapped in float lanes, truncated and split into 7-bit fractions in integer
+// lanes. When all four blocks read well inside the source (the usual case)
+// their 3x3 texel neighbourhoods are gathered in pairs and blended in 16-bit
+// lanes: eight luma outputs per row of the pair. A block that reads near or
+// beyond the plane's edge goes through the plain block arithmetic, which keeps
+// its reads inside the planes; both give the same bytes wherever the plain
+// warp reads inside the planes.
+#include <cstring>
+
+#include "frame/log.h"
+#include "frame/neon.h"
+#include "frame/picture.h"
+#include "warp/warp_internal.h"
+
+namespace tocra {
+
+void WarpBlockPlain(const WarpPlanes& p, int c, int r, float sx, float sy, bool twoRows);
+
+void FillColumnTable(float* table, int x, int count) {
+    float32x4_t v = {static_cast<float>(x), static_cast<float>(x + 2), static_cast<float>(x + 4),
+                     static_cast<float>(x + 6)};
+    const float32x4_t eight = vdupq_n_f32(8.0f);
+    for (int k = 0; k < count; ++k) {
+        vst1q_f32(table + 4 * k, v);
+        v = vaddq_f32(v, eight);
+    }
+}
+
+namespace {
+
+// Two adjacent texels as one 16-bit lane (first texel in the low byte).
+inline uint16_t Pair(const uint8_t* p) {
+    uint16_t v;
+    memcpy(&v, p, sizeof v);
+    return v;
+}
+
+// {f0, f0, f1, f1, f2, f2, f3, f3}: each block's weight for its two columns.
+inline uint16x8_t PerBlockPairs(uint32x4_t f) {
+    const uint16x4_t f16 = vmovn_u32(f);
+    const uint16x4x2_t z = vzip_u16(f16, f16);
+    return vcombine_u16(z.val[0], z.val[1]);
+}
+
+inline bool AllSet(uint32x4_t m) {
+    const uint32x2_t half = vand_u32(vget_low_u32(m), vget_high_u32(m));
+    return (vget_lane_u32(half, 0) & vget_lane_u32(half, 1)) == 0xFFFFFFFFu;
+}
+
+// Four blocks at columns c0 .. c0 + 6, every texel inside the planes.
+void WarpRunVector(const WarpPlanes& p, int c0, int r, const int32_t* ix, const int32_t* iy, uint32x4_t fx,
+                   uint32x4_t fy, bool twoRows) {
+    const int pitch = p.pitch;
+    uint16x4_t left[3] = {vdup_n_u16(0), vdup_n_u16(0), vdup_n_u16(0)};
+    uint16x4_t right[3] = {vdup_n_u16(0), vdup_n_u16(0), vdup_n_u16(0)};
+    for (int b = 0; b < 4; ++b) {
+        const uint8_t* s = p.srcY + static_cast<ptrdiff_t>(iy[b]) * pitch + ix[b];
+        for (int a = 0; a < 3; ++a) {
+            const uint8_t* row = s + static_cast<ptrdiff_t>(a) * pitch;
+            switch (b) {
+                case 0:
+                    left[a] = vset_lane_u16(Pair(row), left[a], 0);
+                    right[a] = vset_lane_u16(Pair(row + 1), right[a], 0);
+                    break;
+                case 1:
+                    left[a] = vset_lane_u16(Pair(row), left[a], 1);
+                    right[a] = vset_lane_u16(Pair(row + 1), right[a], 1);
+                    break;
+                case 2:
+                    left[a] = vset_lane_u16(Pair(row), left[a], 2);
+                    right[a] = vset_lane_u16(Pair(row + 1), right[a], 2);
+                    break;
+                default:
+                    left[a] = vset_lane_u16(Pair(row), left[a], 3);
+                    right[a] = vset_lane_u16(Pair(row + 1), right[a], 3);
+                    break;
+            }
+        }
+    }
+    const uint16x8_t wx = PerBlockPairs(fx);
+    const uint16x8_t wx0 = vsubq_u16(vdupq_n_u16(128), wx);
+    const uint16x8_t wy = PerBlockPairs(fy);
+    const uint16x8_t wy0 = vsubq_u16(vdupq_n_u16(128), wy);
+    // Horizontal blend of each texel row, rounded to 9 bits: (T + 32) >> 6.
+    uint16x8_t hr[3];
+    for (int a = 0; a < 3; ++a) {
+        const uint16x8_t l = vmovl_u8(vreinterpret_u8_u16(left[a]));
+        const uint16x8_t rr = vmovl_u8(vreinterpret_u8_u16(right[a]));
+        const uint16x8_t t = vaddq_u16(vmulq_u16(l, wx0), vmulq_u16(rr, wx));
+        hr[a] = vshrq_n_u16(vaddq_u16(t, vdupq_n_u16(32)), 6);
+    }
+    // Vertical blend: at most 510 * 128 + 128, so 16 bits hold it.
+    for (int j = 0; j < (twoRows ? 2 : 1); ++j) {
+        const uint16x8_t v = vaddq_u16(vaddq_u16(vmulq_u16(hr[j], wy0), vmulq_u16(hr[j + 1], wy)), vdupq_n_u16(128));
+        vst1_u8(p.dstY + static_cast<ptrdiff_t>(r + j) * pitch + c0, vmovn_u16(vshrq_n_u16(v, 8)));
+    }
+    // Nearest chroma, one sample (pair) per block.
+    const ptrdiff_t cpitch = p.chromaPitch;
+    for (int b = 0; b < 4; ++b) {
+        const int c = c0 + 2 * b;
+        if (p.nv12) {
+            const ptrdiff_t index = ((ix[b] + 1) & ~1) + cpitch * ((iy[b] + 1) >> 1);
+            uint8_t* out = p.dstU + (r >> 1) * cpitch + c;
+            out[0] = p.srcU[index];
+            out[1] = p.srcU[index + 1];
+        } else {
+            const ptrdiff_t index = ((iy[b] + 1) >> 1) * cpitch + ((ix[b] + 1) >> 1);
+            const ptrdiff_t out = (r >> 1) * cpitch + (c >> 1);
+            p.dstU[out] = p.srcU[index];
+            p.dstV[out] = p.srcV[index];
+        }
+    }
+}
+
+}  // namespace
+
+void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table) {
+    const float rf = static_cast<float>(r);
+    const float step = 8.0f * H[6];
+    float denom = H[6] * static_cast<float>(x) + H[7] * rf + 1.0f;
+    const float32x4_t h0 = vdupq_n_f32(H[0]), h3 = vdupq_n_f32(H[3]);
+    const float32x4_t rowX = vdupq_n_f32(H[1] * rf), rowY = vdupq_n_f32(H[4] * rf);
+    const float32x4_t h2 = vdupq_n_f32(H[2]), h5 = vdupq_n_f32(H[5]);
+    const float32x4_t f128 = vdupq_n_f32(128.0f);
+    // A block reads columns ix .. ix + 2 and rows iy .. iy + 2.
+    const int32x4_t zero = vdupq_n_s32(0);
+    const int32x4_t maxX = vdupq_n_s32(p.pitch - 3), maxY = vdupq_n_s32(p.rows - 3);
+    const int runs = w >> 3;
+    for (int k = 0; k < runs; ++k) {
+        const float q = 1.0f / denom;
+        denom += step;
+        const float32x4_t cv = vld1q_f32(table + 4 * k);
+        const float32x4_t qv = vdupq_n_f32(q);
+        const float32x4_t sx = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h0, cv), rowX), h2), qv);
+        const float32x4_t sy = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h3, cv), rowY), h5), qv);
+        const int32x4_t ixv = vcvtq_s32_f32(sx), iyv = vcvtq_s32_f32(sy);
+        const int c0 = x + 8 * k;
+        const uint32x4_t inside = vandq_u32(vandq_u32(vcgeq_s32(ixv, zero), vcleq_s32(ixv, maxX)),
+                                            vandq_u32(vcgeq_s32(iyv, zero), vcleq_s32(iyv, maxY)));
+        if (AllSet(inside)) {
+            const uint32x4_t fx = vcvtq_u32_f32(vmulq_f32(vabsq_f32(vsubq_f32(sx, vcvtq_f32_s32(ixv))), f128));
+            const uint32x4_t fy = vcvtq_u32_f32(vmulq_f32(vabsq_f32(vsubq_f32(sy, vcvtq_f32_s32(iyv))), f128));
+            int32_t ix[4], iy[4];
+            vst1q_s32(ix, ixv);
+            vst1q_s32(iy, iyv);
+            WarpRunVector(p, c0, r, ix, iy, fx, fy, twoRows);
+        } else {
+            float sxs[4], sys[4];
+            vst1q_f32(sxs, sx);
+            vst1q_f32(sys, sy);
+            for (int b = 0; b < 4; ++b) WarpBlockPlain(p, c0 + 2 * b, r, sxs[b], sys[b], twoRows);
+        }
+    }
+    // Columns after the last whole run: the run's divisor, block by block.
+    if ((w & 7) != 0) {
+        const float q = 1.0f / denom;
+        for (int c = x + 8 * runs; c != x + w; c += 2) {
+            const float cf = static_cast<float>(c);
+            const float X = H[0] * cf + H[1] * rf + H[2];
+            const float Y = H[3] * cf + H[4] * rf + H[5];
+            WarpBlockPlain(p, c, r, X * q, Y * q, twoRows);
+        }
+    }
+}
+
+void WarpBand(const WarpJob& job, int band, int bands) {
+    const int bandH = job.h / bands;
+    const int start = job.y + band * bandH;
+    const int end = start + bandH;
+    int r = start;
+    for (; r + 1 < end; r += 2) WarpRowNeon(job.planes, job.H, job.x, job.w, r, true, job.table);
+    if (r < end) WarpRowNeon(job.planes, job.H, job.x, job.w, r, false, job.table);
+}
+
+}  // namespace tocra
+
+using namespace tocra;
+
+namespace {
+
+constexpr int kWarpThreads = 4;
+
+void* WarpBandThread(void* arg) {
+    const tagST_THREAD_RECORD* rec = static_cast<const tagST_THREAD_RECORD*>(arg);
+    WarpBand(*static_cast<const WarpJob*>(rec->arg), rec->index, kWarpThreads);
+    return nullptr;
+}
+
+// Four bands on four threads; when they cannot be started, the whole area
+// as one band on the calling thread.
+void RunBands(const WarpJob& job) {
+    if (create_thread_lock(WarpBandThread, const_cast<WarpJob*>(&job), kWarpThreads) != 0) WarpBand(job, 0, 1);
+}
+
+bool ValidScratch(const char* func, const unsigned char* scratch) {
+    if (scratch != nullptr) return true;
+    TOCRA_LOGE("%s invalid input: no column table\n", func);
+    return false;
+}
+
+WarpJob MakeJob(const tagST_PIC* src, const tagST_PIC* dst, const float* H, const tagST_REGISTRATION_AREA* area,
+                const float* table, int pitch, int chromaPitch, int rows, bool nv12) {
+    WarpJob job{};
+    job.planes = WarpPlanes{src->pY, src->pU, src->pV, dst->pY, dst->pU, dst->pV, pitch, chromaPitch, rows, nv12};
+    job.H = H;
+    job.table = table;
+    job.x = area->x;
+    job.y = area->y;
+    job.w = area->width;
+    job.h = area->height;
+    return job;
+}
+
+}  // namespace
+
+// The scratch is the column table: at least width / 8 vectors of 16 bytes.
+// The border is copied from the unwarped source before the workers start.
+extern "C" int AffineTransform_neon_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                         tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
+    if (!ValidWarpInput("AffineTransform_neon_NV12", ref, src, dst, H, area, false) ||
+        !ValidScratch("AffineTransform_neon_NV12", scratch))
+        return TOCRA_NULL_POINTER;
+    float* table = reinterpret_cast<float*>(scratch);
+    FillColumnTable(table, area->x, static_cast<int>(static_cast<unsigned>(ref->width) / 8u));
+    FillBlank_neon_NV12(dst, src, area->x, area->y, area->width, area->height);
+    const WarpJob job = MakeJob(src, dst, H, area, table, ref->width, ref->width, ref->height, true);
+    RunBands(job);
+    return TOCRA_OK;
+}
+
+// Planar, pitch `width` (chroma width / 2); the mirror fill follows the
+// workers. The scratch is the column table: width / 8 vectors of 16 bytes.
+extern "C" int AffineTransform_neon_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                           tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
+    if (!ValidWarpInput("AffineTransform_neon_YUV420", ref, src, dst, H, area, true) ||
+        !ValidScratch("AffineTransform_neon_YUV420", scratch))
+        return TOCRA_NULL_POINTER;
+    TOCRA_LOGI("Reg pstRegistrationArea->realHeight = %d\n", area->height);
+    float* table = reinterpret_cast<float*>(scratch);
+    FillColumnTable(table, area->x, ref->width / 8);
+    const WarpJob job = MakeJob(src, dst, H, area, table, ref->width, ref->width >> 1, ref->height, false);
+    if (create_thread_lock(WarpBandThread, const_cast<WarpJob*>(&job), kWarpThreads) != 0) {
+        // One pass over the whole area on this thread.
+        TOCRA_LOGI("realHeight = %d", area->height);
+        TOCRA_LOGI("startY = %d", area->y);
+        WarpBand(job, 0, 1);
+    }
+    FillBlank3(dst, area->x, area->y, area->width, area->height);
+    return TOCRA_OK;
+}
+
+// Planar with 128-aligned pitches: both pictures' stride becomes width
+// rounded up to 128, the luma pitch; U and V use half of it rounded up to
+// 128. The scratch is the column table: stride / 8 vectors of 16 bytes.
+extern "C" int AffineTransform_neon_Stride_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                                  tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
+    if (!ValidWarpInput("AffineTransform_neon_Stride_YUV420", ref, src, dst, H, area, true) ||
+        !ValidScratch("AffineTransform_neon_Stride_YUV420", scratch))
+        return TOCRA_NULL_POINTER;
+    const int stride = Pitch128(ref->width);
+    src->stride = stride;
+    dst->stride = stride;
+    float* table = reinterpret_cast<float*>(scratch);
+    FillColumnTable(table, area->x, stride / 8);
+    const WarpJob job = MakeJob(src, dst, H, area, table, stride, Pitch128(stride >> 1), ref->height, false);
+    RunBands(job);
+    FillBlank3_Stride(dst, area->x, area->y, area->width, area->height);
+    return TOCRA_OK;
+}
+
+extern "C" int AffineTransform_neon(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
+                                    tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
+    if (ref == nullptr) {
+        TOCRA_LOGE("%s invalid input: picture, matrix or area out of range\n", "AffineTransform_neon");
+        return TOCRA_NULL_POINTER;
+    }
+    if (ref->format == TOCRA_FORMAT_YUV420) return AffineTransform_neon_Stride_YUV420(ref, src, dst, H, area, scratch);
+    return AffineTransform_neon_NV12(ref, src, dst, H, area, scratch);
+}
