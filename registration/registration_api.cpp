@@ -1,0 +1,242 @@
+// The registration entry points of the camera pipeline.
+//
+// RansacEst_TocraAPI turns keypoints and k-nearest-neighbour matches into
+// RANSAC-filtered point pairs; Registration_TocraAPI aligns a frame with
+// them; Ransac_Regis_TocraAPI chains both for one frame index. The records
+// hold 32-bit buffer handles, converted through the pipeline's hook.
+//
+// What the caller guarantees (nothing in the records tells the sizes):
+// - the point buffers hold matchNum pairs of two floats each, the index
+//   buffers matchNum uint16 entries, and every index names a keypoint inside
+//   its keypoint buffer;
+// - the planes of the input and output pictures hold a frame of the record's
+//   size: planar luma pitch (width + 127) & ~127, chroma pitch
+//   ((width / 2) + 127) & ~127; NV12 planes with pitch `width`.
+#include <algorithm>
+#include <cstdint>
+
+#include "brimvel_tocra.h"
+#include "frame/hooks.h"
+#include "frame/log.h"
+#include "frame/picture.h"
+#include "frame/platform.h"
+
+using tocra::ConvertAddr;
+using tocra::InvalidateBuffer;
+
+namespace {
+
+constexpr int kRansacIterations = 100;
+constexpr float kFirstThreshold = 160.0f;
+constexpr float kSecondThreshold = 80.0f;
+constexpr float kConfidence = 0.9995f;  // 0x3F7FDF3B
+constexpr float kKeypointScale = 0.015625f;  // 1/64 pixel
+
+bool ValidFrameIndex(int k) { return k >= 1 && k <= 5; }
+
+void Flush(const void* start, size_t bytes) {
+    platform_cacheflush(start, static_cast<const uint8_t*>(start) + bytes);
+}
+
+}  // namespace
+
+extern "C" int RansacEst_TocraAPI(tagST_RANSAC_REQUEST* request) {
+    if (request == nullptr) {
+        TOCRA_LOGE("ransac request pointer is invalid\n");
+        return TOCRA_NULL_POINTER;
+    }
+    InvalidateBuffer(request);
+    float* refPoints = static_cast<float*>(ConvertAddr(request->refPointBuf));
+    float* matchPoints = static_cast<float*>(ConvertAddr(request->matchPointBuf));
+    if (refPoints == nullptr || matchPoints == nullptr) {
+        TOCRA_LOGE("matchPairs.pRefPoint = %p", static_cast<void*>(refPoints));
+        TOCRA_LOGE("matchPairs.pMatchPoint = %p", static_cast<void*>(matchPoints));
+        TOCRA_LOGE("FunConvert2Addr error!");
+        return TOCRA_NULL_POINTER;
+    }
+    tagST_MATCH_PAIRS pairs{refPoints, matchPoints, request->pointNum};
+    InvalidateBuffer(refPoints);
+    TOCRA_LOGI("ransac received match point num = %d", request->matchNum);
+    if (pairs.pointNum < 5) {
+        TOCRA_LOGE("ransac RansacEstimation: not enough keypoints = %d\n", pairs.pointNum);
+        return TOCRA_REG_REJECTED;
+    }
+
+    const uint16_t* queryIdx = static_cast<const uint16_t*>(ConvertAddr(request->queryIdx));
+    const uint16_t* trainIdx = static_cast<const uint16_t*>(ConvertAddr(request->trainIdx));
+    const void* distance = ConvertAddr(request->pDistance);
+    if (queryIdx == nullptr || trainIdx == nullptr || distance == nullptr) {
+        TOCRA_LOGE("knnResult.queryIdx = %p", static_cast<const void*>(queryIdx));
+        TOCRA_LOGE("knnResult.trainIdx = %p", static_cast<const void*>(trainIdx));
+        TOCRA_LOGE("knnResult.pDistance = %p", distance);
+        TOCRA_LOGE("FunConvert2Addr error!");
+        return TOCRA_NULL_POINTER;
+    }
+    const tagST_KEYPOINT* refKeypoints = static_cast<const tagST_KEYPOINT*>(ConvertAddr(request->refKeypoints));
+    const tagST_KEYPOINT* matchKeypoints = static_cast<const tagST_KEYPOINT*>(ConvertAddr(request->matchKeypoints));
+    if (refKeypoints == nullptr || matchKeypoints == nullptr) {
+        TOCRA_LOGE("RefImgKeypoints = %p", static_cast<const void*>(refKeypoints));
+        TOCRA_LOGE("MatchImgKeypoints = %p", static_cast<const void*>(matchKeypoints));
+        TOCRA_LOGE("FunConvert2Addr error!");
+        return TOCRA_NULL_POINTER;
+    }
+    // Checks of our own: RANSAC works on pointNum pairs inside buffers and a
+    // scratch sized for matchNum, so pointNum may not exceed matchNum.
+    const int matchNum = request->matchNum;
+    if (matchNum < pairs.pointNum || matchNum > INT32_MAX / 80) {
+        TOCRA_LOGE("ransac match number %d does not cover point number %d\n", matchNum, pairs.pointNum);
+        return TOCRA_NULL_POINTER;
+    }
+
+    for (int i = 0; i < matchNum; ++i) {
+        const tagST_KEYPOINT& r = refKeypoints[trainIdx[i]];
+        const tagST_KEYPOINT& m = matchKeypoints[queryIdx[i]];
+        refPoints[2 * i] = static_cast<float>(r.x) * kKeypointScale;
+        refPoints[2 * i + 1] = static_cast<float>(r.y) * kKeypointScale;
+        matchPoints[2 * i] = static_cast<float>(m.x) * kKeypointScale;
+        matchPoints[2 * i + 1] = static_cast<float>(m.y) * kKeypointScale;
+    }
+
+    unsigned char* scratch =
+        static_cast<unsigned char*>(iMalloc(static_cast<size_t>(matchNum) * 80u, "RansacEst_TocraAPI", 261));
+    if (scratch == nullptr) {
+        TOCRA_LOGI("ransac malloc failed!");
+        return TOCRA_NO_MEMORY;
+    }
+    float H[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0};
+    tagRANSAC_PARAMS loose{kRansacIterations, kFirstThreshold, kConfidence};
+    RansacEstimation(&pairs, H, &loose, scratch);
+    TOCRA_LOGI("ransac pstMatchPairs->pointNum after  RansacEstimation 1st = %d\n", pairs.pointNum);
+
+    int ret = TOCRA_OK;
+    if (pairs.pointNum < 5) {
+        ret = TOCRA_REG_REJECTED;
+    } else {
+        const float scale = static_cast<float>(request->scale);
+        for (int i = 0; i < 2 * pairs.pointNum; ++i) {
+            refPoints[i] *= scale;
+            matchPoints[i] *= scale;
+        }
+        tagRANSAC_PARAMS tight{kRansacIterations, kSecondThreshold, kConfidence};
+        RansacEstimation(&pairs, H, &tight, scratch);
+        TOCRA_LOGI("ransac pstMatchPairs->pointNum after  RansacEstimation 2nd = %d", pairs.pointNum);
+    }
+    request->pointNum = pairs.pointNum;
+    iFree(scratch, "RansacEst_TocraAPI", 261);
+    // The pairs and the count are results for the pipeline too.
+    Flush(refPoints, static_cast<size_t>(matchNum) * 8u);
+    Flush(matchPoints, static_cast<size_t>(matchNum) * 8u);
+    Flush(request, sizeof *request);
+    return ret;
+}
+
+extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
+    if (request == nullptr || request->pInput == nullptr || request->pOutput == nullptr) {
+        TOCRA_LOGE("Reg input param pointer is invalid");
+        return TOCRA_NULL_POINTER;
+    }
+    const int k = request->frameIndex;
+    if (!ValidFrameIndex(k)) {
+        TOCRA_LOGE("Reg frame index %d out of range\n", k);
+        return TOCRA_NULL_POINTER;
+    }
+    tagST_REGIS_INPUT_RECORD* A = request->pInput;
+    tagST_REGIS_OUTPUT_RECORD* B = request->pOutput;
+    const int W = A->refPic.width, H = A->refPic.height;
+    const int stride = tocra::Pitch128(W);
+    TOCRA_LOGI("Reg image width = %d, height = %d, stride = %d\n", W, H, stride);
+    if (W % 8 != 0 || H % 8 != 0 || W < 64 || H < 64) {
+        TOCRA_LOGE("ImageSize input size is not supported");
+        return TOCRA_SIZE_NOT_SUPPORTED;
+    }
+
+    tagST_IMGREGISTRATION_PARAMS_IN in{};
+    in.refPic = {W, H, stride, static_cast<uint8_t*>(ConvertAddr(A->refPic.hY)),
+                 static_cast<uint8_t*>(ConvertAddr(A->refPic.hU)), static_cast<uint8_t*>(ConvertAddr(A->refPic.hV)),
+                 A->refPic.format};
+    in.srcPic = {W, H, stride, static_cast<uint8_t*>(ConvertAddr(A->srcPic.hY)),
+                 static_cast<uint8_t*>(ConvertAddr(A->srcPic.hU)), static_cast<uint8_t*>(ConvertAddr(A->srcPic.hV)), 0};
+    const tagST_MATCH_PAIRS_HANDLE& fp = A->framePairs[k - 1];
+    in.matchPairs = {static_cast<float*>(ConvertAddr(fp.refPointBuf)), static_cast<float*>(ConvertAddr(fp.matchPointBuf)),
+                     fp.pointNum};
+    tagST_IMGREGISTRATION_PARAMS_OUT out{};
+    const tagST_PIC_HANDLE& ob = B->outPic[k];
+    out.outPic[k] = {W, H, stride, static_cast<uint8_t*>(ConvertAddr(ob.hY)), static_cast<uint8_t*>(ConvertAddr(ob.hU)),
+                     static_cast<uint8_t*>(ConvertAddr(ob.hV)), 0};
+
+    // Checks of our own: every plane the warp reads or writes, and the pair
+    // buffers, must have converted. (The reference planes are never read.)
+    const bool planar = A->refPic.format == TOCRA_FORMAT_YUV420;
+    const tagST_PIC& s = in.srcPic;
+    const tagST_PIC& o = out.outPic[k];
+    if (s.pY == nullptr || s.pU == nullptr || (planar && s.pV == nullptr) || o.pY == nullptr || o.pU == nullptr ||
+        (planar && o.pV == nullptr) || in.matchPairs.pRefPoint == nullptr || in.matchPairs.pMatchPoint == nullptr) {
+        TOCRA_LOGE("Reg Registration_TocraAPI FunConvert2Addr error!\n");
+        return TOCRA_NULL_POINTER;
+    }
+
+    TOCRA_LOGI("Reg Registration received match pairs num = %d\n", in.matchPairs.pointNum);
+    const int ret = ImgRegistration(&in, &out, k);
+    if (ret != 0) {
+        TOCRA_LOGE("Reg ImgRegistration fail %d\n", ret);
+        return ret;
+    }
+    TOCRA_LOGI("Reg --RECT18--OUT ROI 1 = (%d, %d), - (%d, %d).\n", out.area.x, out.area.y, out.area.width,
+               out.area.height);
+    B->area = out.area;
+    TOCRA_LOGI("Reg --RECT18--OUT ROI 2 = (%d, %d), - (%d, %d).\n", B->area.x, B->area.y, B->area.width,
+               B->area.height);
+
+    const size_t chromaBytes = static_cast<size_t>(tocra::ChromaPitch128(W)) * static_cast<size_t>(H / 2);
+    Flush(o.pY, static_cast<size_t>(H) * static_cast<size_t>(stride));
+    if (planar) {
+        Flush(o.pU, chromaBytes);
+        Flush(o.pV, chromaBytes);
+    } else {
+        // The interleaved plane is written with pitch `width`.
+        Flush(o.pU, std::max(chromaBytes, static_cast<size_t>(W) * static_cast<size_t>(H / 2)));
+    }
+    Flush(&B->area, sizeof B->area);
+    return TOCRA_OK;
+}
+
+extern "C" int Ransac_Regis_TocraAPI(tagST_RANSAC_REGIS_REQUEST* request) {
+    if (request == nullptr) {
+        TOCRA_LOGE("Reg input param pointer is invalid");
+        return TOCRA_NULL_POINTER;
+    }
+    const int k = request->frameIndex;
+    if (!ValidFrameIndex(k)) {
+        TOCRA_LOGE("Reg frame index %d out of range\n", k);
+        return TOCRA_NULL_POINTER;
+    }
+    tagST_RANSAC_REQUEST* ransac = static_cast<tagST_RANSAC_REQUEST*>(ConvertAddr(request->hRansacRequest));
+    int ret = RansacEst_TocraAPI(ransac);
+    if (ret != 0) {
+        TOCRA_LOGE("ransac RansacEst_TocraAPI return error [%d]\n", ret);
+        return ret;
+    }
+    TOCRA_LOGI("ransac RansacEst_TocraAPI end, ret = %d\n", 0);
+    if (request->hInput == 0 || request->hOutput == 0) {
+        TOCRA_LOGE("Reg input param pointer is invalid");
+        return TOCRA_NULL_POINTER;
+    }
+    tagST_REGIS_INPUT_RECORD* input = static_cast<tagST_REGIS_INPUT_RECORD*>(ConvertAddr(request->hInput));
+    tagST_REGIS_OUTPUT_RECORD* output = static_cast<tagST_REGIS_OUTPUT_RECORD*>(ConvertAddr(request->hOutput));
+    if (input == nullptr || output == nullptr) {
+        TOCRA_LOGE("Reg converted input pointer is invalid");
+        return TOCRA_NULL_POINTER;
+    }
+    InvalidateBuffer(input);
+    input->framePairs[k - 1].pointNum = ransac->pointNum;
+    Flush(&input->framePairs[k - 1], sizeof input->framePairs[k - 1]);
+
+    tagST_REGISTRATION_REQUEST reg{input, output, k};
+    ret = Registration_TocraAPI(&reg);
+    if (ret != 0) {
+        TOCRA_LOGE("Reg Registration_TocraAPI have error [%d]!\n", ret);
+        return ret;
+    }
+    TOCRA_LOGI("=============Reg Registration_TocraAPI for frame_Indx = %d end", k);
+    return TOCRA_OK;
+}
