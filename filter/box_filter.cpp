@@ -27,7 +27,7 @@ extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, in
     }
     if (width <= 2 * static_cast<int64_t>(radius) || 2 * static_cast<int64_t>(radius) >= height / 4) {
         TOCRA_LOGE("%s %d Input width[%d] or height/4[%d] less than 2*R[%d]!\n", "BoxFiltering_neon", 2895, width,
-                   height, 2 * radius);
+                   height, static_cast<int>(2u * static_cast<unsigned>(radius)));  // wraps like the device's int
         return TOCRA_NULL_POINTER;
     }
     // The work area is checked before any pass runs, so that a short one is

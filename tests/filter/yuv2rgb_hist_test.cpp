@@ -17,7 +17,7 @@ Px One(uint8_t y, uint8_t u, uint8_t v) {
     const uint8_t luma[2] = {y, y}, uv[4] = {u, v, u, v};
     uint8_t b[2], g[2], r[2];
     uint32_t hist[768];
-    YUV2RGB_LUTX4_NEON(luma, uv, b, g, r, hist, 1, 2, 1, 4);
+    YUV2RGB_LUTX4_NEON(luma, uv, b, g, r, hist, 1, 2, 1, 2);  // rows 1 byte, chroma rows 2 bytes apart
     return Px{b[0], g[0], r[0]};
 }
 
