@@ -55,7 +55,7 @@ inline uint8_t Blend(int32_t a, int32_t b, int32_t c, int32_t d, int32_t fx, int
 
 // One block, from its exact mapping (sx, sy), with reads kept inside the
 // planes.
-void WarpBlockPlain(const WarpPlanes& p, int c, int r, float sx, float sy, bool twoRows) {
+void WarpBlockPlain(const WarpPlanes& p, int c, int r, float sx, float sy, bool twoRows, bool writeChroma) {
     const int32_t ix = TruncSat(sx), iy = TruncSat(sy);
     const int32_t fx = Fraction(sx, ix), fy = Fraction(sy, iy);
     const int64_t pitch = p.pitch;
@@ -71,7 +71,7 @@ void WarpBlockPlain(const WarpPlanes& p, int c, int r, float sx, float sy, bool 
     }
     const int64_t cpitch = p.chromaPitch;
     const int64_t csize = cpitch * (p.rows >> 1);
-    if (csize <= 0) return;
+    if (csize <= 0 || !writeChroma) return;
     if (p.nv12) {
         int64_t index = ((static_cast<int64_t>(ix) + 1) & ~int64_t{1}) + cpitch * ((static_cast<int64_t>(iy) + 1) >> 1);
         if (index < 0) index = 0;
@@ -89,7 +89,7 @@ void WarpBlockPlain(const WarpPlanes& p, int c, int r, float sx, float sy, bool 
     }
 }
 
-void WarpRowPlain(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows) {
+void WarpRowPlain(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, bool writeChroma) {
     const float rf = static_cast<float>(r);
     const float step = 8.0f * H[6];
     float denom = H[6] * static_cast<float>(x) + H[7] * rf + 1.0f;
@@ -102,7 +102,7 @@ void WarpRowPlain(const WarpPlanes& p, const float* H, int x, int w, int r, bool
         const float cf = static_cast<float>(c);
         const float X = H[0] * cf + H[1] * rf + H[2];
         const float Y = H[3] * cf + H[4] * rf + H[5];
-        WarpBlockPlain(p, c, r, X * q, Y * q, twoRows);
+        WarpBlockPlain(p, c, r, X * q, Y * q, twoRows, writeChroma);
     }
 }
 

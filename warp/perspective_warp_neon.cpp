@@ -18,7 +18,7 @@
 
 namespace tocra {
 
-void WarpBlockPlain(const WarpPlanes& p, int c, int r, float sx, float sy, bool twoRows);
+void WarpBlockPlain(const WarpPlanes& p, int c, int r, float sx, float sy, bool twoRows, bool writeChroma);
 
 void FillColumnTable(float* table, int x, int count) {
     float32x4_t v = {static_cast<float>(x), static_cast<float>(x + 2), static_cast<float>(x + 4),
@@ -53,7 +53,7 @@ inline bool AllSet(uint32x4_t m) {
 
 // Four blocks at columns c0 .. c0 + 6, every texel inside the planes.
 void WarpRunVector(const WarpPlanes& p, int c0, int r, const int32_t* ix, const int32_t* iy, uint32x4_t fx,
-                   uint32x4_t fy, bool twoRows) {
+                   uint32x4_t fy, bool twoRows, bool writeChroma) {
     const int pitch = p.pitch;
     uint16x4_t left[3] = {vdup_n_u16(0), vdup_n_u16(0), vdup_n_u16(0)};
     uint16x4_t right[3] = {vdup_n_u16(0), vdup_n_u16(0), vdup_n_u16(0)};
@@ -99,6 +99,7 @@ void WarpRunVector(const WarpPlanes& p, int c0, int r, const int32_t* ix, const 
         vst1_u8(p.dstY + static_cast<ptrdiff_t>(r + j) * pitch + c0, vmovn_u16(vshrq_n_u16(v, 8)));
     }
     // Nearest chroma, one sample (pair) per block.
+    if (!writeChroma) return;
     const ptrdiff_t cpitch = p.chromaPitch;
     for (int b = 0; b < 4; ++b) {
         const int c = c0 + 2 * b;
@@ -118,7 +119,8 @@ void WarpRunVector(const WarpPlanes& p, int c0, int r, const int32_t* ix, const 
 
 }  // namespace
 
-void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table) {
+void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+                 bool writeChroma) {
     const float rf = static_cast<float>(r);
     const float step = 8.0f * H[6];
     float denom = H[6] * static_cast<float>(x) + H[7] * rf + 1.0f;
@@ -147,12 +149,12 @@ void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool 
             int32_t ix[4], iy[4];
             vst1q_s32(ix, ixv);
             vst1q_s32(iy, iyv);
-            WarpRunVector(p, c0, r, ix, iy, fx, fy, twoRows);
+            WarpRunVector(p, c0, r, ix, iy, fx, fy, twoRows, writeChroma);
         } else {
             float sxs[4], sys[4];
             vst1q_f32(sxs, sx);
             vst1q_f32(sys, sy);
-            for (int b = 0; b < 4; ++b) WarpBlockPlain(p, c0 + 2 * b, r, sxs[b], sys[b], twoRows);
+            for (int b = 0; b < 4; ++b) WarpBlockPlain(p, c0 + 2 * b, r, sxs[b], sys[b], twoRows, writeChroma);
         }
     }
     // Columns after the last whole run: the run's divisor, block by block.
@@ -162,7 +164,7 @@ void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool 
             const float cf = static_cast<float>(c);
             const float X = H[0] * cf + H[1] * rf + H[2];
             const float Y = H[3] * cf + H[4] * rf + H[5];
-            WarpBlockPlain(p, c, r, X * q, Y * q, twoRows);
+            WarpBlockPlain(p, c, r, X * q, Y * q, twoRows, writeChroma);
         }
     }
 }
@@ -171,9 +173,12 @@ void WarpBand(const WarpJob& job, int band, int bands) {
     const int bandH = job.h / bands;
     const int start = job.y + band * bandH;
     const int end = start + bandH;
+    // The previous band ended on a single row whose chroma row is ours too.
+    const bool sharedFirstChroma = band > 0 && (bandH & 1) != 0 && (start & 1) != 0;
     int r = start;
-    for (; r + 1 < end; r += 2) WarpRowNeon(job.planes, job.H, job.x, job.w, r, true, job.table);
-    if (r < end) WarpRowNeon(job.planes, job.H, job.x, job.w, r, false, job.table);
+    for (; r + 1 < end; r += 2)
+        WarpRowNeon(job.planes, job.H, job.x, job.w, r, true, job.table, !(sharedFirstChroma && r == start));
+    if (r < end) WarpRowNeon(job.planes, job.H, job.x, job.w, r, false, job.table, !(sharedFirstChroma && r == start));
 }
 
 }  // namespace tocra

@@ -25,16 +25,17 @@ struct WarpPlanes {
 
 // Warps the 2x2 blocks of row pair (r, r + 1) (only row r when twoRows is
 // false) between columns x and x + w of the area, with the divisor held
-// for runs of eight columns. Every texel read is kept inside the source
+// for runs of eight columns. Chroma is written only when writeChroma is set. Every texel read is kept inside the source
 // planes (see ReadClamped), so any matrix is memory-safe; for the reads that
 // lie inside the planes the result is the exact warp.
-void WarpRowPlain(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows);
+void WarpRowPlain(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, bool writeChroma = true);
 
 // The same, vectorised: the eight columns of a divisor run are mapped as two
 // four-lane vectors from the column table (vectors {x, x+2, x+4, x+6} + 8k),
 // and the four blocks of a run are blended in 16-bit lanes. Gives the same
 // bytes as WarpRowPlain.
-void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table);
+void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+                 bool writeChroma = true);
 
 // Fills the column table: count vectors of four floats starting at
 // {x, x+2, x+4, x+6}, each the previous plus 8.
@@ -50,7 +51,9 @@ struct WarpJob {
 
 // Band b of n: rows y + b * (h / n) up to the next band's start, in row
 // pairs, an odd last row on its own. The h mod n rows after the last band
-// are not warped.
+// are not warped. With an odd band height, a band starting on an odd row
+// shares its first chroma row with the previous band's last row; that row
+// is written by the previous band only, so no two threads write one byte.
 void WarpBand(const WarpJob& job, int band, int bands);
 
 // Checks that the pictures, matrix and area describe a warp that stays
