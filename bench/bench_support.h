@@ -15,7 +15,7 @@ constexpr int kHalfHeight = 1500;
 
 // A smooth, textured plane (not white noise, so that histograms and
 // descriptors see camera-like content), stride >= width.
-inline std::vector<uint8_t> TexturedPlane(int width, int height, int stride, uint32_t seed = 1) {
+inline std::vector<uint8_t> TexturedPlane([[maybe_unused]] int width, int height, int stride, uint32_t seed = 1) {
     std::vector<uint8_t> p(static_cast<size_t>(stride) * height);
     uint32_t s = seed * 2654435761u + 12345u;
     for (int y = 0; y < height; ++y) {
