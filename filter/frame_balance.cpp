@@ -82,7 +82,8 @@ extern "C" int CalcuFrameBalance_TocraAPI(FrameBalanceParams* params) {
         TOCRA_LOGE("CalcuFrameBalance Neon Get Pointer Error\n");
         return TOCRA_NULL_POINTER;
     }
-    if (p.width <= 0 || p.height <= 0 || p.stride < p.width) {
+    // A plane larger than a 32-bit size is no pipeline buffer.
+    if (p.width <= 0 || p.height <= 0 || p.stride < p.width || static_cast<int64_t>(p.stride) * p.height > INT32_MAX) {
         TOCRA_LOGE("CalcuFrameBalance invalid size: width[%d] height[%d] stride[%d]\n", p.width, p.height, p.stride);
         return TOCRA_NULL_POINTER;
     }

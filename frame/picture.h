@@ -5,7 +5,9 @@
 namespace tocra {
 
 // Row pitch of a plane: the width rounded up to a multiple of 128 bytes.
-constexpr int Pitch128(int width) { return (width + 127) & ~127; }
+// Unsigned arithmetic: widths near the top of the int range wrap instead of
+// overflowing; callers check sizes before they rely on the result.
+constexpr int Pitch128(int width) { return static_cast<int>((static_cast<unsigned>(width) + 127u) & ~127u); }
 
 // Pitch of a planar chroma plane of a picture `width` pixels wide.
 constexpr int ChromaPitch128(int width) { return Pitch128(width / 2); }

@@ -145,7 +145,9 @@ extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
     const int W = A->refPic.width, H = A->refPic.height;
     const int stride = tocra::Pitch128(W);
     TOCRA_LOGI("Reg image width = %d, height = %d, stride = %d\n", W, H, stride);
-    if (W % 8 != 0 || H % 8 != 0 || W < 64 || H < 64) {
+    // Frames whose luma plane would not fit a 32-bit size are not supported
+    // either: no pipeline buffer is that large.
+    if (W % 8 != 0 || H % 8 != 0 || W < 64 || H < 64 || ((static_cast<int64_t>(W) + 127) & ~int64_t{127}) * H > INT32_MAX) {
         TOCRA_LOGE("ImageSize input size is not supported");
         return TOCRA_SIZE_NOT_SUPPORTED;
     }
