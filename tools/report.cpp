@@ -322,7 +322,7 @@ bool WriteMarkdown(const RunReport& run, const std::string& path) {
     md << "---|---|\n";
     for (const FrameRun& f : run.frames) {
         const Registration& r = f.registration;
-        const char* outcome = r.call.status == TOCRA_OK ? " aligned" : r.call.status == kStageMissing ? " not run" : " rejected";
+        const char* outcome = r.call.status == TOCRA_OK ? " aligned" : " rejected";
         md << "| " << f.index << " | " << r.call.status << outcome
            << " | " << r.matches << " | " << r.survivors << " | " << (r.hasArea ? AreaText(r.area) : "-") << " | "
            << (f.balance.call.status == TOCRA_OK ? std::to_string(f.balance.result.joint) : "-") << " |";

@@ -22,13 +22,7 @@ Balance BalanceFrames(const YuvFrame& reference, const YuvFrame& frame, LibraryL
     params.stride = reference.lumaPitch();  // both frames share one layout
 
     const auto start = std::chrono::steady_clock::now();
-#if HAVE_CalcuFrameBalance_TocraAPI
     b.call.status = CallLogged(log, &b.call.errors, [&] { return CalcuFrameBalance_TocraAPI(&params); });
-#else
-    (void)log;
-    (void)params;
-    b.call.status = kStageMissing;
-#endif
     b.call.ms = MsSince(start);
     if (b.call.status == TOCRA_OK) memcpy(&b.result, result.data(), sizeof b.result);
     return b;

@@ -18,13 +18,7 @@ Config ReadConfig(const std::string& dir, LibraryLog& log) {
     request.path = dir.c_str();  // a folder, ending with '/'
 
     const auto start = std::chrono::steady_clock::now();
-#if HAVE_ParseXML_TocraAPI
     c.call.status = CallLogged(log, &c.call.errors, [&] { return ParseXML_TocraAPI(&request); });
-#else
-    (void)log;
-    (void)request;
-    c.call.status = kStageMissing;
-#endif
     c.call.ms = MsSince(start);
     if (c.call.status == TOCRA_OK) memcpy(&c.record, record.data(), sizeof c.record);
     return c;

@@ -70,7 +70,6 @@ void DetectAndDescribe(const YuvFrame& frame, int scale, int maxKeypoints, Libra
     }
     out->detectMs = MsSince(detectStart);
 
-#if HAVE_GetBrief_Descriptors_TocraAPI
     tagST_BRIEF_REQUEST request;
     memset(&request, 0, sizeof request);
     request.hImage = planeHandle;
@@ -85,12 +84,6 @@ void DetectAndDescribe(const YuvFrame& frame, int scale, int maxKeypoints, Libra
     out->describe.status =
         CallLogged(log, &out->describe.errors, [&] { return GetBrief_Descriptors_TocraAPI(&request); });
     out->describe.ms = MsSince(start);
-#else
-    (void)log;
-    (void)planeHandle;
-    (void)planeStride;
-    out->describe.status = kStageMissing;
-#endif
 }
 
 std::vector<cv::DMatch> MatchFeatures(const Features& frame, const Features& reference, double ratio) {

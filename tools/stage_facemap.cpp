@@ -100,12 +100,7 @@ FaceMap BuildFaceMap(const YuvFrame& reference, const std::vector<cv::Rect>& fac
     request.stride = stride;
 
     const auto start = std::chrono::steady_clock::now();
-#if HAVE_BoxfilterYuv2RgbHist_TocraAPI
     fm.call.status = CallLogged(log, &fm.call.errors, [&] { return BoxfilterYuv2RgbHist_TocraAPI(&request); });
-#else
-    (void)log;
-    fm.call.status = kStageMissing;
-#endif
     fm.call.ms = MsSince(start);
     if (fm.call.status != TOCRA_OK) return fm;
 

@@ -75,13 +75,7 @@ Registration RegisterFrame(int k, const YuvFrame& frame, const Features& referen
     request.frameIndex = k;
 
     const auto start = std::chrono::steady_clock::now();
-#if HAVE_Ransac_Regis_TocraAPI
     reg.call.status = CallLogged(log, &reg.call.errors, [&] { return Ransac_Regis_TocraAPI(&request); });
-#else
-    (void)log;
-    (void)request;
-    reg.call.status = kStageMissing;
-#endif
     reg.call.ms = MsSince(start);
     reg.survivors = ransac->pointNum;
 

@@ -21,8 +21,6 @@ std::string StatusText(int status) {
             return "tuning file not loaded (missing, shorter than 200 bytes or not XML)";
         case TOCRA_NO_MEMORY:
             return "allocation failed";
-        case kStageMissing:
-            return "not run: this build of the library has no such entry point yet";
         default:
             return "unexpected status";
     }

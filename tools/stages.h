@@ -17,9 +17,6 @@
 
 namespace demo {
 
-// Status of a stage whose entry point this build of the library lacks.
-constexpr int kStageMissing = -100000;
-
 // What every stage call hands back besides its results.
 struct StageCall {
     int status = 0;
