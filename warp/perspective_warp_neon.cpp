@@ -4,8 +4,8 @@
 // positions come from the column table as one four-lane float vector, are
 // mapped in float lanes, truncated and split into 7-bit fractions in integer
 // lanes. When all four blocks read well inside the source (the usual case)
-// their 3x3 texel neighbourhoods are gathered in pairs and blended in 16-bit
-// lanes: eight luma outputs per row of the pair. A block that reads near or
+// their 3x3 texel neighbourhoods are gathered four texels per row and blended
+// in 16-bit lanes: eight luma outputs per row of the pair. A block that reads near or
 // beyond the plane's edge goes through the plain block arithmetic, which keeps
 // its reads inside the planes; both give the same bytes wherever the plain
 // warp reads inside the planes.
@@ -32,9 +32,9 @@ void FillColumnTable(float* table, int x, int count) {
 
 namespace {
 
-// Two adjacent texels as one 16-bit lane (first texel in the low byte).
-inline uint16_t Pair(const uint8_t* p) {
-    uint16_t v;
+// Four adjacent texels as one 32-bit lane (first texel in the low byte).
+inline uint32_t Quad(const uint8_t* p) {
+    uint32_t v;
     memcpy(&v, p, sizeof v);
     return v;
 }
@@ -55,31 +55,18 @@ inline bool AllSet(uint32x4_t m) {
 void WarpRunVector(const WarpPlanes& p, int c0, int r, const int32_t* ix, const int32_t* iy, uint32x4_t fx,
                    uint32x4_t fy, bool twoRows, bool writeChroma) {
     const int pitch = p.pitch;
-    uint16x4_t left[3] = {vdup_n_u16(0), vdup_n_u16(0), vdup_n_u16(0)};
-    uint16x4_t right[3] = {vdup_n_u16(0), vdup_n_u16(0), vdup_n_u16(0)};
-    for (int b = 0; b < 4; ++b) {
-        const uint8_t* s = p.srcY + static_cast<ptrdiff_t>(iy[b]) * pitch + ix[b];
-        for (int a = 0; a < 3; ++a) {
-            const uint8_t* row = s + static_cast<ptrdiff_t>(a) * pitch;
-            switch (b) {
-                case 0:
-                    left[a] = vset_lane_u16(Pair(row), left[a], 0);
-                    right[a] = vset_lane_u16(Pair(row + 1), right[a], 0);
-                    break;
-                case 1:
-                    left[a] = vset_lane_u16(Pair(row), left[a], 1);
-                    right[a] = vset_lane_u16(Pair(row + 1), right[a], 1);
-                    break;
-                case 2:
-                    left[a] = vset_lane_u16(Pair(row), left[a], 2);
-                    right[a] = vset_lane_u16(Pair(row + 1), right[a], 2);
-                    break;
-                default:
-                    left[a] = vset_lane_u16(Pair(row), left[a], 3);
-                    right[a] = vset_lane_u16(Pair(row + 1), right[a], 3);
-                    break;
-            }
-        }
+    // Per texel row, each block's four texels ix .. ix + 3 in one 32-bit
+    // lane; its left pairs (ix, ix + 1) are the low halves, its right pairs
+    // (ix + 1, ix + 2) the halves one byte up.
+    const uint8_t* s[4];
+    for (int b = 0; b < 4; ++b) s[b] = p.srcY + static_cast<ptrdiff_t>(iy[b]) * pitch + ix[b];
+    uint16x4_t left[3], right[3];
+    for (int a = 0; a < 3; ++a) {
+        const ptrdiff_t o = static_cast<ptrdiff_t>(a) * pitch;
+        const uint32_t q[4] = {Quad(s[0] + o), Quad(s[1] + o), Quad(s[2] + o), Quad(s[3] + o)};
+        const uint32x4_t v = vld1q_u32(q);
+        left[a] = vmovn_u32(v);
+        right[a] = vmovn_u32(vshrq_n_u32(v, 8));
     }
     const uint16x8_t wx = PerBlockPairs(fx);
     const uint16x8_t wx0 = vsubq_u16(vdupq_n_u16(128), wx);
@@ -128,9 +115,10 @@ void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool 
     const float32x4_t rowX = vdupq_n_f32(H[1] * rf), rowY = vdupq_n_f32(H[4] * rf);
     const float32x4_t h2 = vdupq_n_f32(H[2]), h5 = vdupq_n_f32(H[5]);
     const float32x4_t f128 = vdupq_n_f32(128.0f);
-    // A block reads columns ix .. ix + 2 and rows iy .. iy + 2.
+    // A block uses columns ix .. ix + 2 and rows iy .. iy + 2, and the
+    // vector path loads one texel more on the right.
     const int32x4_t zero = vdupq_n_s32(0);
-    const int32x4_t maxX = vdupq_n_s32(p.pitch - 3), maxY = vdupq_n_s32(p.rows - 3);
+    const int32x4_t maxX = vdupq_n_s32(p.pitch - 4), maxY = vdupq_n_s32(p.rows - 3);
     const int runs = w >> 3;
     for (int k = 0; k < runs; ++k) {
         const float q = 1.0f / denom;
