@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 #include <regex>
 #include <vector>
@@ -78,6 +79,31 @@ TEST(BoxSumKernels, VerticalPlainAndVectorGiveTheSameBytes) {
             }
         }
     }
+}
+
+// Sums that no 8-bit plane gives (large, negative) still clamp to the same
+// bytes in both forms: the vector form clamps in float before converting.
+TEST(BoxSumKernels, VerticalFormsClampForeignSumsAlike) {
+    uint32_t s = 12345;
+    size_t saturated = 0, zeroed = 0;
+    for (int r : {0, 2, 6}) {
+        for (int w : {1, 8, 13, 31}) {
+            const int rows = 17, stride = w + 1;
+            std::vector<int32_t> sums(static_cast<size_t>(w) * rows);
+            for (auto& v : sums) {
+                s = s * 1664525u + 1013904223u;
+                v = static_cast<int32_t>(s >> 7) - (1 << 24);  // [-2^24, 2^24)
+            }
+            std::vector<uint8_t> a(static_cast<size_t>(stride) * rows, 0), b = a;
+            tocra::BoxSumV_C(a.data(), sums.data(), w, stride, rows, r);
+            IntegralMat_V_S32XS32_Neon2(b.data(), sums.data(), w, stride, rows, r);
+            ASSERT_EQ(a, b) << w << " r" << r;
+            saturated += std::count(a.begin(), a.end(), 255);
+            zeroed += std::count(a.begin(), a.end(), 0);
+        }
+    }
+    EXPECT_GT(saturated, 100);
+    EXPECT_GT(zeroed, 100);
 }
 
 TEST(BoxSumKernels, BadArgumentsWriteNothing) {
