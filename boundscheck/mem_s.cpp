@@ -8,7 +8,14 @@
 
 using tocra::SizeOutOfRange;
 
-extern "C" int memcpy_s(void* dst, size_t dstSize, const void* src, size_t count) {
+namespace {
+
+constexpr int kCopyMayGoAhead = -1;
+
+// The checks that both copies make first, in this order; a source that is
+// missing or too long resets the destination. kCopyMayGoAhead when none
+// fires.
+int CopyChecks(void* dst, size_t dstSize, const void* src, size_t count) {
     if (SizeOutOfRange(dstSize)) return TOCRA_ERANGE;
     if (dst == nullptr) return TOCRA_EINVAL;
     if (src == nullptr) {
@@ -19,6 +26,14 @@ extern "C" int memcpy_s(void* dst, size_t dstSize, const void* src, size_t count
         memset(dst, 0, dstSize);
         return TOCRA_ERANGE_AND_RESET;
     }
+    return kCopyMayGoAhead;
+}
+
+}  // namespace
+
+extern "C" int memcpy_s(void* dst, size_t dstSize, const void* src, size_t count) {
+    const int status = CopyChecks(dst, dstSize, src, count);
+    if (status != kCopyMayGoAhead) return status;
     if (dst == src) return TOCRA_EOK;
     if (tocra::Overlap(dst, src, count)) {
         memset(dst, 0, dstSize);
@@ -29,16 +44,8 @@ extern "C" int memcpy_s(void* dst, size_t dstSize, const void* src, size_t count
 }
 
 extern "C" int memmove_s(void* dst, size_t dstSize, const void* src, size_t count) {
-    if (SizeOutOfRange(dstSize)) return TOCRA_ERANGE;
-    if (dst == nullptr) return TOCRA_EINVAL;
-    if (src == nullptr) {
-        memset(dst, 0, dstSize);
-        return TOCRA_EINVAL_AND_RESET;
-    }
-    if (count > dstSize) {
-        memset(dst, 0, dstSize);
-        return TOCRA_ERANGE_AND_RESET;
-    }
+    const int status = CopyChecks(dst, dstSize, src, count);
+    if (status != kCopyMayGoAhead) return status;
     if (dst == src || count == 0) return TOCRA_EOK;
     memmove(dst, src, count);
     return TOCRA_EOK;

@@ -32,7 +32,12 @@ constexpr float kSecondThreshold = 80.0f;
 constexpr float kConfidence = 0.9995f;  // 0x3F7FDF3B
 constexpr float kKeypointScale = 0.015625f;  // 1/64 pixel
 
-bool ValidFrameIndex(int k) { return k >= 1 && k <= 5; }
+// Frames 1 .. 5 have an output slot; anything else is refused with a line.
+bool ValidFrameIndex(int k) {
+    if (k >= 1 && k <= 5) return true;
+    TOCRA_LOGE("Reg frame index %d out of range\n", k);
+    return false;
+}
 
 void Flush(const void* start, size_t bytes) {
     platform_cacheflush(start, static_cast<const uint8_t*>(start) + bytes);
@@ -136,10 +141,7 @@ extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
         return TOCRA_NULL_POINTER;
     }
     const int k = request->frameIndex;
-    if (!ValidFrameIndex(k)) {
-        TOCRA_LOGE("Reg frame index %d out of range\n", k);
-        return TOCRA_NULL_POINTER;
-    }
+    if (!ValidFrameIndex(k)) return TOCRA_NULL_POINTER;
     tagST_REGIS_INPUT_RECORD* A = request->pInput;
     tagST_REGIS_OUTPUT_RECORD* B = request->pOutput;
     const int W = A->refPic.width, H = A->refPic.height;
@@ -208,10 +210,7 @@ extern "C" int Ransac_Regis_TocraAPI(tagST_RANSAC_REGIS_REQUEST* request) {
         return TOCRA_NULL_POINTER;
     }
     const int k = request->frameIndex;
-    if (!ValidFrameIndex(k)) {
-        TOCRA_LOGE("Reg frame index %d out of range\n", k);
-        return TOCRA_NULL_POINTER;
-    }
+    if (!ValidFrameIndex(k)) return TOCRA_NULL_POINTER;
     tagST_RANSAC_REQUEST* ransac = static_cast<tagST_RANSAC_REQUEST*>(ConvertAddr(request->hRansacRequest));
     int ret = RansacEst_TocraAPI(ransac);
     if (ret != 0) {
