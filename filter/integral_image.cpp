@@ -20,24 +20,37 @@ void IntegralRowPrefix_C(uint32_t* out, const uint8_t* p, int width) {
     }
 }
 
-// Eight pixels per step: an in-register prefix sum in 16-bit lanes (at most
-// 8 x 255), widened and offset by the running total.
+// In-register prefix sum of eight 16-bit lanes.
+inline uint16x8_t Prefix8(uint16x8_t v) {
+    const uint16x8_t zero = vdupq_n_u16(0);
+    v = vaddq_u16(v, vextq_u16(zero, v, 7));
+    v = vaddq_u16(v, vextq_u16(zero, v, 6));
+    return vaddq_u16(v, vextq_u16(zero, v, 4));
+}
+
+// Sixteen pixels per step: the bytes are widened by interleaving with zero,
+// each half gets an in-register prefix sum in 16-bit lanes, the high half
+// adds the low half's total (at most 16 x 255 in all), and the four quarters
+// are widened the same way and offset by the running total.
 void IntegralRowPrefix_Neon(uint32_t* out, const uint8_t* p, int width) {
     out[0] = 0;
     uint32_t* o = out + 1;
-    const uint16x8_t zero = vdupq_n_u16(0);
+    const uint8x16_t zero8 = vdupq_n_u8(0);
+    const uint16x8_t zero16 = vdupq_n_u16(0);
     uint32x4_t carry = vdupq_n_u32(0);
     int x = 0;
-    for (; x + 8 <= width; x += 8) {
-        uint16x8_t v = vmovl_u8(vld1_u8(p + x));
-        v = vaddq_u16(v, vextq_u16(zero, v, 7));
-        v = vaddq_u16(v, vextq_u16(zero, v, 6));
-        v = vaddq_u16(v, vextq_u16(zero, v, 4));
-        const uint32x4_t lo = vaddq_u32(vmovl_u16(vget_low_u16(v)), carry);
-        const uint32x4_t hi = vaddq_u32(vmovl_u16(vget_high_u16(v)), carry);
-        vst1q_u32(o + x, lo);
-        vst1q_u32(o + x + 4, hi);
-        carry = vdupq_lane_u32(vget_high_u32(hi), 1);
+    for (; x + 16 <= width; x += 16) {
+        const uint8x16x2_t bytes = vzipq_u8(vld1q_u8(p + x), zero8);
+        const uint16x8_t lo = Prefix8(vreinterpretq_u16_u8(bytes.val[0]));
+        const uint16x8_t hi =
+            vaddq_u16(Prefix8(vreinterpretq_u16_u8(bytes.val[1])), vdupq_lane_u16(vget_high_u16(lo), 3));
+        const uint16x8x2_t wl = vzipq_u16(lo, zero16), wh = vzipq_u16(hi, zero16);
+        vst1q_u32(o + x, vaddq_u32(vreinterpretq_u32_u16(wl.val[0]), carry));
+        vst1q_u32(o + x + 4, vaddq_u32(vreinterpretq_u32_u16(wl.val[1]), carry));
+        vst1q_u32(o + x + 8, vaddq_u32(vreinterpretq_u32_u16(wh.val[0]), carry));
+        const uint32x4_t last = vaddq_u32(vreinterpretq_u32_u16(wh.val[1]), carry);
+        vst1q_u32(o + x + 12, last);
+        carry = vdupq_lane_u32(vget_high_u32(last), 1);
     }
     uint32_t s = vgetq_lane_u32(carry, 0);
     for (; x < width; ++x) {
