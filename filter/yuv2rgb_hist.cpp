@@ -70,20 +70,22 @@ struct Bgr16 {
     uint8x16_t b, g, r;
 };
 
+// Sixteen pixels: bytes are widened by interleaving with zero, the three
+// sums are formed in 16-bit lanes, and each pair of halves is narrowed
+// with saturation to 0..255.
 inline Bgr16 Convert16(const uint8_t* y, const uint8_t* uv) {
-    const uint8x16_t yv = vld1q_u8(y);
+    const uint8x16_t zero = vdupq_n_u8(0);
+    const uint8x16x2_t yw = vzipq_u8(vld1q_u8(y), zero);
     const uint8x16x2_t c = vld2q_u8(uv);
-    const uint8x8_t k128 = vdup_n_u8(128);
+    const uint8x16x2_t uw = vzipq_u8(c.val[0], zero), vw = vzipq_u8(c.val[1], zero);
+    const int16x8_t k128 = vdupq_n_s16(128);
     const int16x8_t bias = vdupq_n_s16(32);
     Bgr16 out;
     int16x8_t b[2], g[2], r[2];
     for (int h = 0; h < 2; ++h) {
-        const uint8x8_t yh = h ? vget_high_u8(yv) : vget_low_u8(yv);
-        const uint8x8_t uh = h ? vget_high_u8(c.val[0]) : vget_low_u8(c.val[0]);
-        const uint8x8_t vh = h ? vget_high_u8(c.val[1]) : vget_low_u8(c.val[1]);
-        const int16x8_t y64 = vaddq_s16(vreinterpretq_s16_u16(vshll_n_u8(yh, 6)), bias);
-        const int16x8_t u = vreinterpretq_s16_u16(vsubl_u8(uh, k128));
-        const int16x8_t v = vreinterpretq_s16_u16(vsubl_u8(vh, k128));
+        const int16x8_t y64 = vaddq_s16(vshlq_n_s16(vreinterpretq_s16_u8(yw.val[h]), 6), bias);
+        const int16x8_t u = vsubq_s16(vreinterpretq_s16_u8(uw.val[h]), k128);
+        const int16x8_t v = vsubq_s16(vreinterpretq_s16_u8(vw.val[h]), k128);
         b[h] = vshrq_n_s16(vmlaq_n_s16(y64, u, 113), 6);
         g[h] = vshrq_n_s16(vmlsq_n_s16(vmlsq_n_s16(y64, u, 22), v, 46), 6);
         r[h] = vshrq_n_s16(vmlaq_n_s16(y64, v, 90), 6);
