@@ -50,6 +50,33 @@ inline int32x4_t SlideEight(int32_t* out, const uint8_t* p, int x, int radius, i
     return vdupq_lane_s32(vget_high_s32(hi), 1);
 }
 
+// Sixteen differences at once: the bytes are widened by interleaving with
+// zero, each half of the differences gets its running sum in 16-bit lanes
+// (the high half on top of the low half's total, at most 16 x 255 in
+// size), and the halves are sign-extended by interleaving with their sign.
+inline int32x4_t SlideSixteen(int32_t* out, const uint8_t* p, int x, int radius, int32x4_t carry) {
+    const int16x8_t zero = vdupq_n_s16(0);
+    const uint8x16_t zero8 = vdupq_n_u8(0);
+    const uint8x16x2_t in = vzipq_u8(vld1q_u8(p + x + radius), zero8);
+    const uint8x16x2_t outgoing = vzipq_u8(vld1q_u8(p + x - radius - 1), zero8);
+    int16x8_t d[2];
+    for (int h = 0; h < 2; ++h) {
+        int16x8_t v = vsubq_s16(vreinterpretq_s16_u8(in.val[h]), vreinterpretq_s16_u8(outgoing.val[h]));
+        v = vaddq_s16(v, vextq_s16(zero, v, 7));
+        v = vaddq_s16(v, vextq_s16(zero, v, 6));
+        d[h] = vaddq_s16(v, vextq_s16(zero, v, 4));
+    }
+    d[1] = vaddq_s16(d[1], vdupq_lane_s16(vget_high_s16(d[0]), 3));
+    int32x4_t last = carry;
+    for (int h = 0; h < 2; ++h) {
+        const int16x8x2_t w = vzipq_s16(d[h], vshrq_n_s16(d[h], 15));
+        vst1q_s32(out + x + 8 * h, vaddq_s32(vreinterpretq_s32_s16(w.val[0]), carry));
+        last = vaddq_s32(vreinterpretq_s32_s16(w.val[1]), carry);
+        vst1q_s32(out + x + 8 * h + 4, last);
+    }
+    return vdupq_lane_s32(vget_high_s32(last), 1);
+}
+
 // Fill phase: x = 0..R.
 inline int32_t Fill(int32_t* out, const uint8_t* p, int radius, int32_t s) {
     for (int x = 0; x <= radius; ++x) {
@@ -76,6 +103,7 @@ void RowSumsNeon(int32_t* out, const uint8_t* p, int width, int radius) {
     int32_t s = Fill(out, p, radius, InitialSum(p, radius));
     int x = radius + 1;
     int32x4_t carry = vdupq_n_s32(s);
+    for (; x + 16 <= width - radius; x += 16) carry = SlideSixteen(out, p, x, radius, carry);
     for (; x + 8 <= width - radius; x += 8) carry = SlideEight(out, p, x, radius, carry);
     SlideAndDrain(out, p, width, radius, x, vgetq_lane_s32(carry, 0));
 }
@@ -86,6 +114,10 @@ void RowPairSumsNeon(int32_t* out0, const uint8_t* p0, int32_t* out1, const uint
     int32_t s1 = Fill(out1, p1, radius, InitialSum(p1, radius));
     int x = radius + 1;
     int32x4_t c0 = vdupq_n_s32(s0), c1 = vdupq_n_s32(s1);
+    for (; x + 16 <= width - radius; x += 16) {
+        c0 = SlideSixteen(out0, p0, x, radius, c0);
+        c1 = SlideSixteen(out1, p1, x, radius, c1);
+    }
     for (; x + 8 <= width - radius; x += 8) {
         c0 = SlideEight(out0, p0, x, radius, c0);
         c1 = SlideEight(out1, p1, x, radius, c1);
