@@ -67,11 +67,14 @@ extern "C" void Neon_DownScaleX4(const uint8_t* src, int rows, int width, uint8_
         const uint8_t* r1 = r + 1 < rows ? r0 + srcStride : r0;
         uint8_t* d = dst + RowOffset(r / 2, dstStride);
         int x = 0;
+        // Block sums are at most 1020, so the rounding 2 is added in 16 bits
+        // before a plain narrowing shift.
+        const uint16x8_t two = vdupq_n_u16(2);
         for (; x + 16 <= cols && 2 * x + 32 <= width; x += 16) {
             const uint16x8_t lo = vaddq_u16(vpaddlq_u8(vld1q_u8(r0 + 2 * x)), vpaddlq_u8(vld1q_u8(r1 + 2 * x)));
             const uint16x8_t hi =
                 vaddq_u16(vpaddlq_u8(vld1q_u8(r0 + 2 * x + 16)), vpaddlq_u8(vld1q_u8(r1 + 2 * x + 16)));
-            vst1q_u8(d + x, vcombine_u8(vrshrn_n_u16(lo, 2), vrshrn_n_u16(hi, 2)));
+            vst1q_u8(d + x, vcombine_u8(vshrn_n_u16(vaddq_u16(lo, two), 2), vshrn_n_u16(vaddq_u16(hi, two), 2)));
         }
         for (; x < cols; ++x) d[x] = Block(r0, r1, 2 * x, width, srcStride);
     }
