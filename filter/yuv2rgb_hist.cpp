@@ -96,8 +96,10 @@ inline Bgr16 Convert16(const uint8_t* y, const uint8_t* uv) {
     return out;
 }
 
+// Rounded means of eight 2x2 blocks; the sums are at most 1020, so the
+// rounding 2 is added in 16 bits before a plain narrowing shift.
 inline uint8x8_t BlockMeans(uint8x16_t top, uint8x16_t bottom) {
-    return vrshrn_n_u16(vaddq_u16(vpaddlq_u8(top), vpaddlq_u8(bottom)), 2);
+    return vshrn_n_u16(vaddq_u16(vaddq_u16(vpaddlq_u8(top), vpaddlq_u8(bottom)), vdupq_n_u16(2)), 2);
 }
 
 }  // namespace
