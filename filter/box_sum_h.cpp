@@ -35,14 +35,19 @@ int32_t InitialSum(const uint8_t* p, int n) {
     return s;
 }
 
+// In-register running sum of eight 16-bit lanes.
+inline int16x8_t Prefix8(int16x8_t v) {
+    const int16x8_t zero = vdupq_n_s16(0);
+    v = vaddq_s16(v, vextq_s16(zero, v, 7));
+    v = vaddq_s16(v, vextq_s16(zero, v, 6));
+    return vaddq_s16(v, vextq_s16(zero, v, 4));
+}
+
 // Eight differences p[x + R] - p[x - R - 1] turned into running sums on
 // top of `carry` (the sum at x - 1, in every lane).
 inline int32x4_t SlideEight(int32_t* out, const uint8_t* p, int x, int radius, int32x4_t carry) {
-    const int16x8_t zero = vdupq_n_s16(0);
-    int16x8_t d = vreinterpretq_s16_u16(vsubl_u8(vld1_u8(p + x + radius), vld1_u8(p + x - radius - 1)));
-    d = vaddq_s16(d, vextq_s16(zero, d, 7));
-    d = vaddq_s16(d, vextq_s16(zero, d, 6));
-    d = vaddq_s16(d, vextq_s16(zero, d, 4));
+    const int16x8_t d =
+        Prefix8(vreinterpretq_s16_u16(vsubl_u8(vld1_u8(p + x + radius), vld1_u8(p + x - radius - 1))));
     const int32x4_t lo = vaddq_s32(vmovl_s16(vget_low_s16(d)), carry);
     const int32x4_t hi = vaddq_s32(vmovl_s16(vget_high_s16(d)), carry);
     vst1q_s32(out + x, lo);
@@ -55,17 +60,12 @@ inline int32x4_t SlideEight(int32_t* out, const uint8_t* p, int x, int radius, i
 // (the high half on top of the low half's total, at most 16 x 255 in
 // size), and the halves are sign-extended by interleaving with their sign.
 inline int32x4_t SlideSixteen(int32_t* out, const uint8_t* p, int x, int radius, int32x4_t carry) {
-    const int16x8_t zero = vdupq_n_s16(0);
     const uint8x16_t zero8 = vdupq_n_u8(0);
     const uint8x16x2_t in = vzipq_u8(vld1q_u8(p + x + radius), zero8);
     const uint8x16x2_t outgoing = vzipq_u8(vld1q_u8(p + x - radius - 1), zero8);
     int16x8_t d[2];
-    for (int h = 0; h < 2; ++h) {
-        int16x8_t v = vsubq_s16(vreinterpretq_s16_u8(in.val[h]), vreinterpretq_s16_u8(outgoing.val[h]));
-        v = vaddq_s16(v, vextq_s16(zero, v, 7));
-        v = vaddq_s16(v, vextq_s16(zero, v, 6));
-        d[h] = vaddq_s16(v, vextq_s16(zero, v, 4));
-    }
+    for (int h = 0; h < 2; ++h)
+        d[h] = Prefix8(vsubq_s16(vreinterpretq_s16_u8(in.val[h]), vreinterpretq_s16_u8(outgoing.val[h])));
     d[1] = vaddq_s16(d[1], vdupq_lane_s16(vget_high_s16(d[0]), 3));
     int32x4_t last = carry;
     for (int h = 0; h < 2; ++h) {

@@ -4,11 +4,11 @@
 // positions come from the column table as one four-lane float vector, are
 // mapped in float lanes, truncated and split into 7-bit fractions in integer
 // lanes. When all four blocks read well inside the source (the usual case)
-// their 3x3 texel neighbourhoods are gathered four texels per row and blended
-// in 16-bit lanes: eight luma outputs per row of the pair. A block that reads near or
-// beyond the plane's edge goes through the plain block arithmetic, which keeps
-// its reads inside the planes; both give the same bytes wherever the plain
-// warp reads inside the planes.
+// their 3x3 texel neighbourhoods are gathered four texels per row and
+// blended in 16-bit lanes: eight luma outputs per row of the pair. A block
+// that reads near or beyond the plane's edge goes through the plain block
+// arithmetic, which keeps its reads inside the planes; both give the same
+// bytes wherever the plain warp reads inside the planes.
 #include <cstring>
 
 #include "frame/log.h"
