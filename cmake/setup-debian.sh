@@ -11,6 +11,7 @@ packages=(
   libsimde-dev android-liblog-dev
   g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
   libopencv-dev
+  libcli11-dev nlohmann-json3-dev  # the demo tool's options and report, read by its tests
   clang libclang-rt-14-dev
 )
 [ "${1:-}" = "--demo" ] && packages+=(opencv-doc)
