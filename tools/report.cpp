@@ -1,9 +1,10 @@
 #include "report.h"
 
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
+
+#include <nlohmann/json.hpp>
 
 #include "util.h"
 
@@ -19,108 +20,13 @@ const char kCornerErrorMethod[] =
 
 namespace {
 
-// ---------------------------------------------------------------------------
-// A small JSON writer: keeps track of commas and indentation.
-// ---------------------------------------------------------------------------
-class Json {
-public:
-    void Open(const char* key, char bracket) {
-        Key(key);
-        out_ << bracket;
-        first_.push_back(true);
-    }
-    void Close(char bracket) {
-        first_.pop_back();
-        out_ << '\n' << Indent() << bracket;
-    }
-    void String(const char* key, const std::string& v) {
-        Key(key);
-        out_ << Quote(v);
-    }
-    void Int(const char* key, long long v) {
-        Key(key);
-        out_ << v;
-    }
-    void Number(const char* key, double v) {
-        Key(key);
-        if (std::isfinite(v)) {
-            out_ << Format("%.4f", v);
-        } else {
-            out_ << "null";
-        }
-    }
-    void Bool(const char* key, bool v) {
-        Key(key);
-        out_ << (v ? "true" : "false");
-    }
-    // A number given as text, e.g. a value as the library formatted it.
-    void NumberText(const char* key, const std::string& text) {
-        Key(key);
-        char* end = nullptr;
-        const double v = strtod(text.c_str(), &end);
-        if (!text.empty() && *end == '\0' && std::isfinite(v)) {
-            out_ << text;
-        } else {
-            out_ << Quote(text);
-        }
-    }
-    void Null(const char* key) {
-        Key(key);
-        out_ << "null";
-    }
-    std::string Text() const { return out_.str() + "\n"; }
+using Json = nlohmann::ordered_json;  // members in the order written
 
-private:
-    // Starts the next member (key given) or array element (key null).
-    void Key(const char* key) {
-        if (!first_.empty()) {
-            if (!first_.back()) out_ << ',';
-            first_.back() = false;
-            out_ << '\n' << Indent();
-        }
-        if (key != nullptr) out_ << Quote(key) << ": ";
-    }
-    std::string Indent() const { return std::string(2 * first_.size(), ' '); }
-    static std::string Quote(const std::string& s) {
-        std::string q = "\"";
-        for (unsigned char c : s) {
-            if (c == '"' || c == '\\') {
-                q += '\\';
-                q += static_cast<char>(c);
-            } else if (c == '\n') {
-                q += "\\n";
-            } else if (c < 0x20) {
-                q += Format("\\u%04x", c);
-            } else {
-                q += static_cast<char>(c);
-            }
-        }
-        return q + "\"";
-    }
+// Times, errors and ratios to 4 decimals; NaN and infinity dump as null.
+double Rounded(double v) { return std::round(v * 1e4) / 1e4; }
 
-    std::ostringstream out_;
-    std::vector<bool> first_;
-};
-
-void StringArray(Json& j, const char* key, const std::vector<std::string>& items) {
-    j.Open(key, '[');
-    for (const std::string& s : items) j.String(nullptr, s);
-    j.Close(']');
-}
-
-void Call(Json& j, const StageCall& c) {
-    j.Int("status", c.status);
-    j.String("status_text", StatusText(c.status));
-    StringArray(j, "library_messages", c.errors);
-}
-
-void Area(Json& j, const tagST_REGISTRATION_AREA& a) {
-    j.Open("area", '{');
-    j.Int("x", a.x);
-    j.Int("y", a.y);
-    j.Int("width", a.width);
-    j.Int("height", a.height);
-    j.Close('}');
+Json Call(const StageCall& c) {
+    return {{"status", c.status}, {"status_text", StatusText(c.status)}, {"library_messages", c.errors}};
 }
 
 bool AreaInside(const tagST_REGISTRATION_AREA& a, cv::Size size) {
@@ -128,62 +34,108 @@ bool AreaInside(const tagST_REGISTRATION_AREA& a, cv::Size size) {
            a.y + a.height <= size.height;
 }
 
-void FrameJson(Json& j, const FrameRun& f, cv::Size size) {
-    j.Open(nullptr, '{');
-    j.Int("index", f.index);
-    j.String("name", f.name);
-    if (!f.exposure.empty()) j.String("exposure", f.exposure);
+// A value as the library formatted it: a number when the text is one.
+Json NumberText(const std::string& text) {
+    const Json v = Json::parse(text, nullptr, false);
+    return v.is_number() ? v : Json(text);
+}
+
+Json FrameJson(const FrameRun& f, cv::Size size) {
     const Registration& r = f.registration;
-    Call(j, r.call);
-    j.Int("keypoints", f.keypoints);
-    j.Int("descriptor_status", f.describe.status);
-    j.Int("matches", r.matches);
-    j.Int("survivors", r.survivors);
+    Json j = {{"index", f.index}, {"name", f.name}};
+    if (!f.exposure.empty()) j["exposure"] = f.exposure;
+    j.update(Call(r.call));
+    j["keypoints"] = f.keypoints;
+    j["descriptor_status"] = f.describe.status;
+    j["matches"] = r.matches;
+    j["survivors"] = r.survivors;
+    j["area"] = nullptr;
     if (r.hasArea) {
-        Area(j, r.area);
-        j.Bool("area_inside_frame", AreaInside(r.area, size));
-    } else {
-        j.Null("area");
+        j["area"] = {{"x", r.area.x}, {"y", r.area.y}, {"width", r.area.width}, {"height", r.area.height}};
+        j["area_inside_frame"] = AreaInside(r.area, size);
     }
-    j.Int("balance_status", f.balance.call.status);
-    if (f.balance.call.status == TOCRA_OK) {
-        j.Int("joint_point", f.balance.result.joint);
-    } else {
-        j.Null("joint_point");
-    }
+    const bool balanced = f.balance.call.status == TOCRA_OK;
+    j["balance_status"] = f.balance.call.status;
+    j["joint_point"] = balanced ? Json(f.balance.result.joint) : Json(nullptr);
+    j["corner_error_px"] = nullptr;
     if (f.hasTruth) {
-        j.Open("corner_error_px", '{');
-        j.Number("max", f.maxCornerError);
-        j.Open("corners", '[');
-        for (double e : f.cornerErrors) j.Number(nullptr, e);
-        j.Close(']');
-        j.Close('}');
-    } else {
-        j.Null("corner_error_px");
+        Json corners = Json::array();
+        for (double e : f.cornerErrors) corners.push_back(Rounded(e));
+        j["corner_error_px"] = {{"max", Rounded(f.maxCornerError)}, {"corners", corners}};
     }
-    if (f.hasFit) {
-        j.Number("fit_rms_px", f.fitRms);
-    } else {
-        j.Null("fit_rms_px");
+    j["fit_rms_px"] = f.hasFit ? Json(Rounded(f.fitRms)) : Json(nullptr);
+    j["mean_abs_diff_in_area"] = nullptr;
+    if (f.diffAfter >= 0.0) j["mean_abs_diff_in_area"] = {{"before", Rounded(f.diffBefore)}, {"after", Rounded(f.diffAfter)}};
+    j["times_ms"] = {{"detect", Rounded(f.detectMs)},
+                     {"descriptors", Rounded(f.describe.ms)},
+                     {"match", Rounded(f.matchMs)},
+                     {"registration", Rounded(r.call.ms)},
+                     {"balance", Rounded(f.balance.call.ms)}};
+    if (!balanced) j["balance_messages"] = f.balance.call.errors;
+    j["pictures"] = f.pictures;
+    return j;
+}
+
+Json InputJson(const RunReport& run) {
+    Json input = {{"source", run.source}, {"generated", run.generated}, {"frames", run.frameNames}};
+    if (!run.exposures.empty()) input["exposures"] = run.exposures;
+    input["width"] = run.size.width;
+    input["height"] = run.size.height;
+    input["format"] = run.layout;
+    input["keypoint_scale"] = run.scale;
+    input["max_keypoints"] = run.maxKeypoints;
+    input["ratio"] = Rounded(run.ratio);
+    input["notes"] = run.notes;
+    return input;
+}
+
+Json ReferenceJson(const RunReport& run) {
+    Json reference = {{"keypoints", run.refKeypoints}};
+    reference.update(Call(run.refDescribe));
+    reference["times_ms"] = {{"detect", Rounded(run.refDetectMs)}, {"descriptors", Rounded(run.refDescribe.ms)}};
+    return reference;
+}
+
+// The worst corner error only when every frame has one.
+Json SummaryJson(const RunReport& run) {
+    int aligned = 0;
+    double worst = 0.0;
+    bool allTruth = run.generated && !run.frames.empty();
+    for (const FrameRun& f : run.frames) {
+        aligned += f.registration.call.status == TOCRA_OK;
+        if (f.hasTruth) worst = std::max(worst, f.maxCornerError);
+        allTruth = allTruth && f.hasTruth;
     }
-    if (f.diffAfter >= 0.0) {
-        j.Open("mean_abs_diff_in_area", '{');
-        j.Number("before", f.diffBefore);
-        j.Number("after", f.diffAfter);
-        j.Close('}');
-    } else {
-        j.Null("mean_abs_diff_in_area");
+    return {{"frames", run.frames.size()},
+            {"aligned", aligned},
+            {"max_corner_error_px", allTruth ? Json(Rounded(worst)) : Json(nullptr)}};
+}
+
+Json FaceMapJson(const RunReport& run) {
+    const FaceMap& fm = run.faceMap;
+    Json faces = Json::array();
+    for (const cv::Rect& r : run.faces) faces.push_back({r.x, r.y, r.x + r.width, r.y + r.height});
+    Json face = Call(fm.call);
+    face["faces"] = faces;
+    face["ajust_ratio"] = fm.used.ajustRatio;
+    face["margin"] = fm.used.margin;
+    face["smooth_radius"] = fm.used.radius;
+    face["mean_luma"] = fm.call.status == TOCRA_OK ? Json(fm.meanLuma) : Json(nullptr);
+    face["notes"] = fm.notes;
+    face["time_ms"] = Rounded(fm.call.ms);
+    return face;
+}
+
+Json ConfigJson(const Config& c) {
+    Json config = {{"file", c.file}};
+    config.update(Call(c.call));
+    if (c.call.status == TOCRA_OK) {
+        Json fields = Json::object();
+        for (const auto& field : ConfigFields(c.record)) fields[field.first] = NumberText(field.second);
+        config["fields"] = fields;
     }
-    j.Open("times_ms", '{');
-    j.Number("detect", f.detectMs);
-    j.Number("descriptors", f.describe.ms);
-    j.Number("match", f.matchMs);
-    j.Number("registration", r.call.ms);
-    j.Number("balance", f.balance.call.ms);
-    j.Close('}');
-    if (f.balance.call.status != TOCRA_OK) StringArray(j, "balance_messages", f.balance.call.errors);
-    StringArray(j, "pictures", f.pictures);
-    j.Close('}');
+    config["time_ms"] = Rounded(c.call.ms);
+    return config;
 }
 
 std::string AreaText(const tagST_REGISTRATION_AREA& a) {
@@ -201,98 +153,18 @@ bool WriteFile(const std::string& path, const std::string& text) {
 }  // namespace
 
 bool WriteJson(const RunReport& run, const std::string& path) {
-    Json j;
-    j.Open(nullptr, '{');
-    j.String("tool", "tocra_demo");
-    j.String("version", TOCRA_DEMO_VERSION);
-
-    j.Open("input", '{');
-    j.String("source", run.source);
-    j.Bool("generated", run.generated);
-    StringArray(j, "frames", run.frameNames);
-    if (!run.exposures.empty()) StringArray(j, "exposures", run.exposures);
-    j.Int("width", run.size.width);
-    j.Int("height", run.size.height);
-    j.String("format", run.layout);
-    j.Int("keypoint_scale", run.scale);
-    j.Int("max_keypoints", run.maxKeypoints);
-    j.Number("ratio", run.ratio);
-    StringArray(j, "notes", run.notes);
-    j.Close('}');
-
-    if (run.generated) j.String("corner_error_method", kCornerErrorMethod);
-
-    j.Open("reference", '{');
-    j.Int("keypoints", run.refKeypoints);
-    Call(j, run.refDescribe);
-    j.Open("times_ms", '{');
-    j.Number("detect", run.refDetectMs);
-    j.Number("descriptors", run.refDescribe.ms);
-    j.Close('}');
-    j.Close('}');
-
-    int aligned = 0;
-    double worst = 0.0;
-    bool allTruth = run.generated;
-    j.Open("frames", '[');
-    for (const FrameRun& f : run.frames) {
-        FrameJson(j, f, run.size);
-        aligned += f.registration.call.status == TOCRA_OK;
-        if (f.hasTruth) worst = std::max(worst, f.maxCornerError);
-        allTruth = allTruth && f.hasTruth;
-    }
-    j.Close(']');
-
-    j.Open("summary", '{');
-    j.Int("frames", static_cast<long long>(run.frames.size()));
-    j.Int("aligned", aligned);
-    if (allTruth && !run.frames.empty()) {
-        j.Number("max_corner_error_px", worst);
-    } else {
-        j.Null("max_corner_error_px");
-    }
-    j.Close('}');
-
-    j.Open("face_map", '{');
-    Call(j, run.faceMap.call);
-    j.Open("faces", '[');
-    for (const cv::Rect& r : run.faces) {
-        j.Open(nullptr, '[');
-        j.Int(nullptr, r.x);
-        j.Int(nullptr, r.y);
-        j.Int(nullptr, r.x + r.width);
-        j.Int(nullptr, r.y + r.height);
-        j.Close(']');
-    }
-    j.Close(']');
-    j.Int("ajust_ratio", run.faceMap.used.ajustRatio);
-    j.Int("margin", run.faceMap.used.margin);
-    j.Int("smooth_radius", run.faceMap.used.radius);
-    if (run.faceMap.call.status == TOCRA_OK) {
-        j.Int("mean_luma", run.faceMap.meanLuma);
-    } else {
-        j.Null("mean_luma");
-    }
-    StringArray(j, "notes", run.faceMap.notes);
-    j.Number("time_ms", run.faceMap.call.ms);
-    j.Close('}');
-
-    j.Open("config", '{');
-    j.String("file", run.config.file);
-    Call(j, run.config.call);
-    if (run.config.call.status == TOCRA_OK) {
-        j.Open("fields", '{');
-        for (const auto& field : ConfigFields(run.config.record)) j.NumberText(field.first.c_str(), field.second);
-        j.Close('}');
-    }
-    j.Number("time_ms", run.config.call.ms);
-    j.Close('}');
-
-    StringArray(j, "pictures", run.pictures);
-    j.Int("cache_invalidations", run.invalidations);
-    j.Number("total_ms", run.totalMs);
-    j.Close('}');
-    return WriteFile(path, j.Text());
+    Json j = {{"tool", "tocra_demo"}, {"version", TOCRA_DEMO_VERSION}, {"input", InputJson(run)}};
+    if (run.generated) j["corner_error_method"] = kCornerErrorMethod;
+    j["reference"] = ReferenceJson(run);
+    j["frames"] = Json::array();
+    for (const FrameRun& f : run.frames) j["frames"].push_back(FrameJson(f, run.size));
+    j["summary"] = SummaryJson(run);
+    j["face_map"] = FaceMapJson(run);
+    j["config"] = ConfigJson(run.config);
+    j["pictures"] = run.pictures;
+    j["cache_invalidations"] = run.invalidations;
+    j["total_ms"] = Rounded(run.totalMs);
+    return WriteFile(path, j.dump(2) + "\n");
 }
 
 bool WriteMarkdown(const RunReport& run, const std::string& path) {
