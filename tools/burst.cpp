@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sys/stat.h>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -24,14 +24,8 @@ constexpr int kDefaultHeight = 512;
 // show real picture content up to their edges.
 constexpr double kSceneMargin = 1.12;
 
-bool FileExists(const std::string& path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-}
-
 bool EndsWithYuv(const std::string& path) {
-    if (path.size() < 4) return false;
-    std::string ext = path.substr(path.size() - 4);
+    std::string ext = std::filesystem::path(path).extension();
     std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
     return ext == ".yuv";
 }
@@ -131,7 +125,7 @@ bool MakeScene(const Options& o, cv::Size frame, Burst* burst, cv::Mat* scene, s
     std::string photo = o.photo;
     if (photo.empty() && !o.synthetic) {
         for (const char* name : kPhotos) {
-            if (FileExists(std::string(kPhotoDir) + name)) {
+            if (std::filesystem::is_regular_file(std::string(kPhotoDir) + name)) {
                 photo = std::string(kPhotoDir) + name;
                 break;
             }
@@ -194,7 +188,7 @@ void Expose(cv::Mat* frame, bool flash, double gain, uint64_t seed) {
 
 bool ReadBurst(const Options& o, Burst* burst, std::string* error) {
     for (const std::string& path : o.inputs) {
-        if (!FileExists(path)) {
+        if (!std::filesystem::is_regular_file(path)) {
             *error = "cannot open '" + path + "': no such file";
             return false;
         }

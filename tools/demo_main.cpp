@@ -11,14 +11,12 @@
 //      (BoxfilterYuv2RgbHist_TocraAPI).
 // Everything the library returns is written as pictures and a report.
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 #include <opencv2/imgcodecs.hpp>
@@ -42,18 +40,10 @@ void Progress(const std::string& text) {
 }
 
 bool MakeFolder(const std::string& path, std::string* error) {
-    std::string partial;
-    std::stringstream parts(path);
-    if (!path.empty() && path[0] == '/') partial = "/";
-    for (std::string part; std::getline(parts, part, '/');) {
-        if (part.empty()) continue;
-        partial += part + "/";
-        if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) {
-            *error = "cannot create the output folder '" + path + "': " + strerror(errno);
-            return false;
-        }
-    }
-    return true;
+    std::error_code ec;
+    std::filesystem::create_directories(path, ec);
+    if (ec) *error = "cannot create the output folder '" + path + "': " + ec.message();
+    return !ec;
 }
 
 // Faces file: "LEFT TOP RIGHT BOTTOM" per line, '#' comments.
