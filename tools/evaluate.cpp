@@ -7,15 +7,6 @@
 #include <opencv2/calib3d.hpp>
 
 namespace demo {
-namespace {
-
-cv::Point2d Map(const cv::Matx33d& h, cv::Point2d p) {
-    const cv::Vec3d q = h * cv::Vec3d(p.x, p.y, 1.0);
-    return cv::Point2d(q[0] / q[2], q[1] / q[2]);
-}
-
-}  // namespace
-
 bool FitHomography(const std::vector<cv::Point2f>& ref, const std::vector<cv::Point2f>& frame, cv::Matx33d* h,
                    double* rms) {
     if (ref.size() < 4 || ref.size() != frame.size()) return false;
@@ -23,21 +14,25 @@ bool FitHomography(const std::vector<cv::Point2f>& ref, const std::vector<cv::Po
     const cv::Mat fitted = cv::findHomography(ref, frame, 0);
     if (fitted.empty()) return false;
     *h = cv::Matx33d(fitted);
-    double sum = 0.0;
-    for (size_t i = 0; i < ref.size(); ++i) {
-        const cv::Point2d d = Map(*h, ref[i]) - cv::Point2d(frame[i]);
-        sum += d.dot(d);
-    }
-    *rms = std::sqrt(sum / static_cast<double>(ref.size()));
+    // In double precision: float points would round the distances.
+    std::vector<cv::Point2d> refD(ref.begin(), ref.end());
+    std::vector<cv::Point2d> frameD(frame.begin(), frame.end());
+    std::vector<cv::Point2d> mapped;
+    cv::perspectiveTransform(refD, mapped, *h);
+    *rms = cv::norm(mapped, frameD, cv::NORM_L2) / std::sqrt(static_cast<double>(ref.size()));
     return true;
 }
 
 std::array<double, 4> CornerErrors(const cv::Matx33d& fitted, const cv::Matx33d& truth, cv::Size size) {
     const double w = size.width - 1;
     const double hgt = size.height - 1;
-    const cv::Point2d corners[4] = {{0, 0}, {w, 0}, {0, hgt}, {w, hgt}};
+    const std::vector<cv::Point2d> corners = {{0, 0}, {w, 0}, {0, hgt}, {w, hgt}};
+    std::vector<cv::Point2d> byFit;
+    std::vector<cv::Point2d> byTruth;
+    cv::perspectiveTransform(corners, byFit, fitted);
+    cv::perspectiveTransform(corners, byTruth, truth);
     std::array<double, 4> e{};
-    for (int i = 0; i < 4; ++i) e[static_cast<size_t>(i)] = cv::norm(Map(fitted, corners[i]) - Map(truth, corners[i]));
+    for (size_t i = 0; i < e.size(); ++i) e[i] = cv::norm(byFit[i] - byTruth[i]);
     return e;
 }
 
