@@ -1,11 +1,21 @@
 #include "yuv_frame.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include <opencv2/imgproc.hpp>
 
 namespace demo {
+namespace {
+
+// The Y, U and V planes of a tightly packed I420 picture, sharing its memory.
+void I420Planes(const cv::Mat& i420, int w, int h, cv::Mat planes[3]) {
+    const cv::Mat flat = i420.reshape(1, 1);
+    const int lumaSize = w * h;
+    const int chromaSize = (w / 2) * (h / 2);
+    planes[0] = flat.colRange(0, lumaSize).reshape(1, h);
+    planes[1] = flat.colRange(lumaSize, lumaSize + chromaSize).reshape(1, h / 2);
+    planes[2] = flat.colRange(lumaSize + chromaSize, lumaSize + 2 * chromaSize).reshape(1, h / 2);
+}
+
+}  // namespace
 
 YuvFrame::YuvFrame(int width, int height, Layout layout) : width_(width), height_(height), layout_(layout) {
     if (layout == Layout::kYuv420) {
@@ -45,54 +55,37 @@ tagST_PIC_HANDLE YuvFrame::PictureRecord() const {
 
 cv::Mat YuvFrame::Luma() const { return cv::Mat(height_, width_, CV_8UC1, luma(), lumaPitch_); }
 
+cv::Mat YuvFrame::Plane(size_t offset, int rows, int cols, int type, int pitch) const {
+    return cv::Mat(rows, cols, type, buffer_.data() + offset, static_cast<size_t>(pitch));
+}
+
 void YuvFrame::FromI420(const cv::Mat& i420) {
-    const int w = width_;
-    const int h = height_;
-    const uint8_t* srcY = i420.ptr<uint8_t>(0);
-    const uint8_t* srcU = srcY + static_cast<size_t>(w) * h;
-    const uint8_t* srcV = srcU + static_cast<size_t>(w / 2) * (h / 2);
-    for (int y = 0; y < h; ++y) {
-        memcpy(luma() + static_cast<size_t>(y) * lumaPitch_, srcY + static_cast<size_t>(y) * w, w);
-    }
-    for (int y = 0; y < h / 2; ++y) {
-        const uint8_t* u = srcU + static_cast<size_t>(y) * (w / 2);
-        const uint8_t* v = srcV + static_cast<size_t>(y) * (w / 2);
-        if (layout_ == Layout::kYuv420) {
-            memcpy(buffer_.data() + uOffset_ + static_cast<size_t>(y) * chromaPitch_, u, w / 2);
-            memcpy(buffer_.data() + vOffset_ + static_cast<size_t>(y) * chromaPitch_, v, w / 2);
-        } else {
-            uint8_t* uv = buffer_.data() + uOffset_ + static_cast<size_t>(y) * chromaPitch_;
-            for (int x = 0; x < w / 2; ++x) {
-                uv[2 * x] = u[x];
-                uv[2 * x + 1] = v[x];
-            }
-        }
+    cv::Mat src[3];
+    I420Planes(i420, width_, height_, src);
+    src[0].copyTo(Luma());
+    const int h = height_ / 2;
+    const int w = width_ / 2;
+    if (layout_ == Layout::kYuv420) {
+        src[1].copyTo(Plane(uOffset_, h, w, CV_8UC1, chromaPitch_));
+        src[2].copyTo(Plane(vOffset_, h, w, CV_8UC1, chromaPitch_));
+    } else {
+        cv::Mat uv = Plane(uOffset_, h, w, CV_8UC2, chromaPitch_);
+        cv::merge(src + 1, 2, uv);  // U, V interleaved
     }
 }
 
 cv::Mat YuvFrame::ToI420() const {
-    const int w = width_;
-    const int h = height_;
-    cv::Mat i420(h * 3 / 2, w, CV_8UC1);
-    uint8_t* dstY = i420.ptr<uint8_t>(0);
-    uint8_t* dstU = dstY + static_cast<size_t>(w) * h;
-    uint8_t* dstV = dstU + static_cast<size_t>(w / 2) * (h / 2);
-    for (int y = 0; y < h; ++y) {
-        memcpy(dstY + static_cast<size_t>(y) * w, luma() + static_cast<size_t>(y) * lumaPitch_, w);
-    }
-    for (int y = 0; y < h / 2; ++y) {
-        uint8_t* u = dstU + static_cast<size_t>(y) * (w / 2);
-        uint8_t* v = dstV + static_cast<size_t>(y) * (w / 2);
-        if (layout_ == Layout::kYuv420) {
-            memcpy(u, buffer_.data() + uOffset_ + static_cast<size_t>(y) * chromaPitch_, w / 2);
-            memcpy(v, buffer_.data() + vOffset_ + static_cast<size_t>(y) * chromaPitch_, w / 2);
-        } else {
-            const uint8_t* uv = buffer_.data() + uOffset_ + static_cast<size_t>(y) * chromaPitch_;
-            for (int x = 0; x < w / 2; ++x) {
-                u[x] = uv[2 * x];
-                v[x] = uv[2 * x + 1];
-            }
-        }
+    cv::Mat i420(height_ * 3 / 2, width_, CV_8UC1);
+    cv::Mat dst[3];
+    I420Planes(i420, width_, height_, dst);
+    Luma().copyTo(dst[0]);
+    const int h = height_ / 2;
+    const int w = width_ / 2;
+    if (layout_ == Layout::kYuv420) {
+        Plane(uOffset_, h, w, CV_8UC1, chromaPitch_).copyTo(dst[1]);
+        Plane(vOffset_, h, w, CV_8UC1, chromaPitch_).copyTo(dst[2]);
+    } else {
+        cv::split(Plane(uOffset_, h, w, CV_8UC2, chromaPitch_), dst + 1);
     }
     return i420;
 }

@@ -46,6 +46,9 @@ public:
     cv::Mat Luma() const;
 
 private:
+    // A plane of the buffer: rows x cols of type, pitch bytes apart.
+    cv::Mat Plane(size_t offset, int rows, int cols, int type, int pitch) const;
+
     int width_ = 0;
     int height_ = 0;
     Layout layout_ = Layout::kYuv420;
