@@ -10,8 +10,6 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "util.h"
-
 namespace demo {
 namespace {
 
@@ -251,11 +249,11 @@ bool MakeBurst(const Options& o, Burst* burst, std::string* error) {
                                        "cool tint, noise sigma 1.0");
         } else {
             const FrameRecipe& r = kRecipes[k - 1];
-            std::string name = Format("generated: rotation %.2f deg, zoom %.3f, shift (%.1f, %.1f) px", r.degrees,
+            std::string name = cv::format("generated: rotation %.2f deg, zoom %.3f, shift (%.1f, %.1f) px", r.degrees,
                                       r.zoom, r.shiftX * size.width, r.shiftY * size.height);
             if (r.perspX != 0.0 || r.perspY != 0.0) name += ", perspective tilt";
             burst->names.push_back(name);
-            burst->exposures.push_back(Format("no flash: gain %.2f, gamma 1.15, warm tint, noise sigma 2.5", gain));
+            burst->exposures.push_back(cv::format("no flash: gain %.2f, gamma 1.15, warm tint, noise sigma 2.5", gain));
         }
     }
     // A made-up face in the middle of the scene, so that the face map shows

@@ -62,7 +62,7 @@ bool ReadFaces(const std::string& path, std::vector<cv::Rect>* faces, std::strin
         int left = 0, top = 0, right = 0, bottom = 0;
         std::string extra;
         if (!(fields >> left >> top >> right >> bottom) || (fields >> extra) || right <= left || bottom <= top) {
-            *error = Format("%s:%d: expected 'LEFT TOP RIGHT BOTTOM' with RIGHT > LEFT and BOTTOM > TOP",
+            *error = cv::format("%s:%d: expected 'LEFT TOP RIGHT BOTTOM' with RIGHT > LEFT and BOTTOM > TOP",
                             path.c_str(), lineNo);
             return false;
         }
@@ -78,7 +78,7 @@ bool SavePicture(const std::string& dir, const std::string& name, const cv::Mat&
 }
 
 std::string CallText(const char* what, const StageCall& c) {
-    std::string text = Format("%s status %d", what, c.status);
+    std::string text = cv::format("%s status %d", what, c.status);
     if (c.status != TOCRA_OK) text += " (" + StatusText(c.status) + ")";
     return text;
 }
@@ -104,7 +104,7 @@ FrameRun RunFrame(int k, const Options& o, const Burst& burst, const std::vector
         f.matchMs = MsSince(start);
     }
     f.matches = static_cast<int>(matches.size());
-    Progress(Format("frame %d: %d keypoints, %s, %d matches", k, f.keypoints,
+    Progress(cv::format("frame %d: %d keypoints, %s, %d matches", k, f.keypoints,
                     CallText("descriptors", f.describe).c_str(), f.matches));
 
     f.registration = RegisterFrame(k, frames[static_cast<size_t>(k)], reference, features, matches, o.scale, records, log);
@@ -115,17 +115,17 @@ FrameRun RunFrame(int k, const Options& o, const Burst& burst, const std::vector
         f.cornerErrors = CornerErrors(f.fit, burst.truth[static_cast<size_t>(k)], burst.frames[0].size());
         f.maxCornerError = *std::max_element(f.cornerErrors.begin(), f.cornerErrors.end());
     }
-    std::string line = Format("frame %d: %s, %d of %d pairs survive", k, CallText("registration", r.call).c_str(),
+    std::string line = cv::format("frame %d: %s, %d of %d pairs survive", k, CallText("registration", r.call).c_str(),
                               r.survivors, r.matches);
-    if (r.hasArea) line += Format(", area (%d, %d) %dx%d", r.area.x, r.area.y, r.area.width, r.area.height);
-    if (f.hasTruth) line += Format(", corner error %.3f px", f.maxCornerError);
-    Progress(line + Format(" (%.1f ms)", r.call.ms));
-    for (const std::string& e : r.call.errors) Progress(Format("frame %d: library says \"%s\"", k, e.c_str()));
+    if (r.hasArea) line += cv::format(", area (%d, %d) %dx%d", r.area.x, r.area.y, r.area.width, r.area.height);
+    if (f.hasTruth) line += cv::format(", corner error %.3f px", f.maxCornerError);
+    Progress(line + cv::format(" (%.1f ms)", r.call.ms));
+    for (const std::string& e : r.call.errors) Progress(cv::format("frame %d: library says \"%s\"", k, e.c_str()));
 
     f.balance = BalanceFrames(frames[0], frames[static_cast<size_t>(k)], log);
-    std::string balanceLine = Format("frame %d: %s", k, CallText("balance", f.balance.call).c_str());
-    if (f.balance.call.status == TOCRA_OK) balanceLine += Format(", joint point %d", f.balance.result.joint);
-    Progress(balanceLine + Format(" (%.1f ms)", f.balance.call.ms));
+    std::string balanceLine = cv::format("frame %d: %s", k, CallText("balance", f.balance.call).c_str());
+    if (f.balance.call.status == TOCRA_OK) balanceLine += cv::format(", joint point %d", f.balance.result.joint);
+    Progress(balanceLine + cv::format(" (%.1f ms)", f.balance.call.ms));
     return f;
 }
 
@@ -141,7 +141,7 @@ void DrawFrame(FrameRun* f, const Options& o, const std::vector<YuvFrame>& frame
     sheet.reference = referenceBgr;
     sheet.frame = frames[k].ToBgr();
     sheet.diffBefore = BalancedDifference(refLuma, frames[k].Luma(), table);
-    sheet.title = Format("frame %d: registration status %d", f->index, r.call.status);
+    sheet.title = cv::format("frame %d: registration status %d", f->index, r.call.status);
     if (aligned) {
         sheet.aligned = outputs[k].ToBgr();
         sheet.diffAfter = BalancedDifference(refLuma, outputs[k].Luma(), table);
@@ -151,17 +151,17 @@ void DrawFrame(FrameRun* f, const Options& o, const std::vector<YuvFrame>& frame
         sheet.framePoints = r.framePoints;
         f->diffBefore = MeanInside(sheet.diffBefore, sheet.area);
         f->diffAfter = MeanInside(sheet.diffAfter, sheet.area);
-        sheet.title += Format(", %d pairs, area (%d, %d) %dx%d", r.survivors, r.area.x, r.area.y, r.area.width,
+        sheet.title += cv::format(", %d pairs, area (%d, %d) %dx%d", r.survivors, r.area.x, r.area.y, r.area.width,
                               r.area.height);
-        if (f->hasTruth) sheet.title += Format(", corner error %.3f px", f->maxCornerError);
-        SavePicture(o.outDir, Format("aligned_%d.png", f->index), sheet.aligned, &f->pictures);
+        if (f->hasTruth) sheet.title += cv::format(", corner error %.3f px", f->maxCornerError);
+        SavePicture(o.outDir, cv::format("aligned_%d.png", f->index), sheet.aligned, &f->pictures);
     } else {
         sheet.title += " (" + StatusText(r.call.status) + ")";
     }
-    SavePicture(o.outDir, Format("contact_%d.png", f->index), ContactSheet(sheet), &f->pictures);
+    SavePicture(o.outDir, cv::format("contact_%d.png", f->index), ContactSheet(sheet), &f->pictures);
     if (f->balance.call.status == TOCRA_OK) {
-        SavePicture(o.outDir, Format("balance_%d.png", f->index),
-                    BalancePlot(f->balance.result, Format("frame %d against the reference", f->index)), &f->pictures);
+        SavePicture(o.outDir, cv::format("balance_%d.png", f->index),
+                    BalancePlot(f->balance.result, cv::format("frame %d against the reference", f->index)), &f->pictures);
     }
 }
 
@@ -201,7 +201,7 @@ int Run(const Options& o) {
     run.maxKeypoints = o.maxKeypoints;
     run.notes = burst.notes;
     run.faces = burst.faces;
-    Progress(Format("burst: %s, %d frames of %dx%d, buffers %s", burst.source.c_str(), count, size.width, size.height,
+    Progress(cv::format("burst: %s, %d frames of %dx%d, buffers %s", burst.source.c_str(), count, size.width, size.height,
                     run.layout.c_str()));
 
     // 1. The burst in graphic buffers, one output buffer per frame index,
@@ -220,7 +220,7 @@ int Run(const Options& o) {
 
     // 2. The tuning file; its face parameters drive the face map.
     run.config = ReadConfig(o.configDir, log);
-    Progress(Format("config: %s, %s (%.1f ms)", CallText("ParseXML", run.config.call).c_str(),
+    Progress(cv::format("config: %s, %s (%.1f ms)", CallText("ParseXML", run.config.call).c_str(),
                     run.config.file.c_str(), run.config.call.ms));
     FaceParams faceParams;
     if (run.config.call.status == TOCRA_OK) {
@@ -235,7 +235,7 @@ int Run(const Options& o) {
     run.refKeypoints = reference.count;
     run.refDetectMs = reference.detectMs;
     run.refDescribe = reference.describe;
-    Progress(Format("frame 0: %d keypoints, %s (%.1f ms)", reference.count,
+    Progress(cv::format("frame 0: %d keypoints, %s (%.1f ms)", reference.count,
                     CallText("descriptors", reference.describe).c_str(), reference.describe.ms));
 
     // 4. Every other frame: align and balance.
@@ -249,10 +249,10 @@ int Run(const Options& o) {
     // 5. Face map and small RGB image of the reference.
     run.faceMap = BuildFaceMap(frames[0], burst.faces, faceParams, log);
     const FaceMap& fm = run.faceMap;
-    std::string faceLine = Format("face map: %s, %zu face(s), radius %d", CallText("BoxfilterYuv2RgbHist", fm.call).c_str(),
+    std::string faceLine = cv::format("face map: %s, %zu face(s), radius %d", CallText("BoxfilterYuv2RgbHist", fm.call).c_str(),
                                   burst.faces.size(), fm.used.radius);
-    if (fm.call.status == TOCRA_OK) faceLine += Format(", mean half-size luma %u", fm.meanLuma);
-    Progress(faceLine + Format(" (%.1f ms)", fm.call.ms));
+    if (fm.call.status == TOCRA_OK) faceLine += cv::format(", mean half-size luma %u", fm.meanLuma);
+    Progress(faceLine + cv::format(" (%.1f ms)", fm.call.ms));
     if (fm.call.status == TOCRA_OK) {
         SavePicture(o.outDir, "face_map.png", fm.map, &run.pictures);
         SavePicture(o.outDir, "small_rgb.png", fm.smallBgr, &run.pictures);
@@ -268,7 +268,7 @@ int Run(const Options& o) {
     }
     size_t pictures = run.pictures.size();
     for (const FrameRun& f : run.frames) pictures += f.pictures.size();
-    Progress(Format("wrote %zu pictures, report.md and report.json to %s (%.0f ms in all)", pictures, o.outDir.c_str(),
+    Progress(cv::format("wrote %zu pictures, report.md and report.json to %s (%.0f ms in all)", pictures, o.outDir.c_str(),
                     run.totalMs));
     return 0;
 }

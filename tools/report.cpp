@@ -6,8 +6,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "util.h"
-
 namespace demo {
 
 const char kCornerErrorMethod[] =
@@ -139,10 +137,10 @@ Json ConfigJson(const Config& c) {
 }
 
 std::string AreaText(const tagST_REGISTRATION_AREA& a) {
-    return Format("(%d, %d) %dx%d", a.x, a.y, a.width, a.height);
+    return cv::format("(%d, %d) %dx%d", a.x, a.y, a.width, a.height);
 }
 
-std::string Ms(double ms) { return Format("%.1f", ms); }
+std::string Ms(double ms) { return cv::format("%.1f", ms); }
 
 bool WriteFile(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary);
@@ -174,7 +172,7 @@ bool WriteMarkdown(const RunReport& run, const std::string& path) {
        << run.size.height << ", handed to the library as " << run.layout << ". Keypoints: up to "
        << run.maxKeypoints << " per frame";
     if (run.scale > 1) md << ", found on the luma reduced " << run.scale << " times";
-    md << "; matching ratio " << Format("%.2f", run.ratio) << ".\n\n";
+    md << "; matching ratio " << cv::format("%.2f", run.ratio) << ".\n\n";
     for (size_t i = 0; i < run.frameNames.size(); ++i) {
         md << "- frame " << i << ": " << run.frameNames[i];
         if (i < run.exposures.size()) md << "; " << run.exposures[i];
@@ -198,8 +196,8 @@ bool WriteMarkdown(const RunReport& run, const std::string& path) {
         md << "| " << f.index << " | " << r.call.status << outcome
            << " | " << r.matches << " | " << r.survivors << " | " << (r.hasArea ? AreaText(r.area) : "-") << " | "
            << (f.balance.call.status == TOCRA_OK ? std::to_string(f.balance.result.joint) : "-") << " |";
-        if (run.generated) md << " " << (f.hasTruth ? Format("%.3f", f.maxCornerError) : "-") << " |";
-        md << " " << (f.diffAfter >= 0.0 ? Format("%.1f / %.1f", f.diffBefore, f.diffAfter) : "-") << " | "
+        if (run.generated) md << " " << (f.hasTruth ? cv::format("%.3f", f.maxCornerError) : "-") << " |";
+        md << " " << (f.diffAfter >= 0.0 ? cv::format("%.1f / %.1f", f.diffBefore, f.diffAfter) : "-") << " | "
            << Ms(f.detectMs) << " / " << Ms(f.describe.ms) << " / " << Ms(f.matchMs) << " / " << Ms(r.call.ms)
            << " / " << Ms(f.balance.call.ms) << " |\n";
     }
@@ -224,10 +222,10 @@ bool WriteMarkdown(const RunReport& run, const std::string& path) {
         md << "| frame | exposure | fit RMS (px) | corner errors (0,0) (W-1,0) (0,H-1) (W-1,H-1) |\n";
         md << "|---|---|---|---|\n";
         for (const FrameRun& f : run.frames) {
-            md << "| " << f.index << " | " << f.exposure << " | " << (f.hasFit ? Format("%.3f", f.fitRms) : "-")
+            md << "| " << f.index << " | " << f.exposure << " | " << (f.hasFit ? cv::format("%.3f", f.fitRms) : "-")
                << " | ";
             if (f.hasTruth) {
-                md << Format("%.3f %.3f %.3f %.3f", f.cornerErrors[0], f.cornerErrors[1], f.cornerErrors[2],
+                md << cv::format("%.3f %.3f %.3f %.3f", f.cornerErrors[0], f.cornerErrors[1], f.cornerErrors[2],
                              f.cornerErrors[3]);
             } else {
                 md << "-";

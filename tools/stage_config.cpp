@@ -28,7 +28,7 @@ std::vector<std::pair<std::string, std::string>> ConfigFields(const _stXmlConfig
     // The record is packed: copy each field out before formatting it.
     auto u8 = [](uint8_t v) { return std::to_string(v); };
     auto i32 = [](int32_t v) { return std::to_string(v); };
-    auto f32 = [](float v) { return Format("%g", static_cast<double>(v)); };
+    auto f32 = [](float v) { return cv::format("%g", static_cast<double>(v)); };
     return {
         {"MotionLowGray", u8(r.MotionLowGray)},
         {"MotionHighGray", u8(r.MotionHighGray)},

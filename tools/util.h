@@ -1,14 +1,10 @@
-// Small helpers shared by the demo's files.
+// The stage timings of the demo.
 #ifndef TOCRA_DEMO_UTIL_H
 #define TOCRA_DEMO_UTIL_H
 
 #include <chrono>
-#include <string>
 
 namespace demo {
-
-// printf into a std::string.
-std::string Format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 
 // Milliseconds of wall-clock time since start.
 inline double MsSince(std::chrono::steady_clock::time_point start) {
