@@ -74,6 +74,7 @@ void AddInputOptions(CLI::App& app, Options* o) {
                    "known homographies, with flash / no-flash exposures, and\n"
                    "reports how far the recovered alignment is from the truth.")
         ->option_text("FRAME...");
+    app.option_defaults()->group("Input");  // for the options added from here on
     app.add_option_function<std::string>(
            "--size",
            [o](const std::string& v) {
@@ -81,81 +82,70 @@ void AddInputOptions(CLI::App& app, Options* o) {
            },
            "size of raw .yuv inputs (required with them), or of the\n"
            "built-in burst (default 768x512)")
-        ->option_text("WxH")
-        ->group("Input");
+        ->option_text("WxH");
     app.add_option_function<std::string>(
            "--yuv", [o](const std::string& v) { o->rawNv12 = v == "nv12"; }, "layout of raw .yuv inputs (default i420)")
         ->check(CLI::IsMember({"i420", "nv12"}))
-        ->option_text("i420|nv12")
-        ->group("Input");
+        ->option_text("i420|nv12");
     AddText(app, "--photo", &o->photo, "a file",
             "photograph to make the built-in burst from (default: the first\n"
             "of building.jpg, aero1.jpg, leuvenA.jpg in\n"
             "/usr/share/doc/opencv-doc/examples/data/)")
-        ->option_text("FILE")
-        ->group("Input");
+        ->option_text("FILE");
     app.add_flag("--synthetic", o->synthetic, "make the built-in burst from a generated texture instead")->group("Input");
     app.add_option("--frames", o->burstFrames,
                    "frames besides the reference in the built-in burst, 1 to 5\n"
                    "(default 5)")
         ->check(CLI::Range(1, 5))
-        ->option_text("N")
-        ->group("Input");
+        ->option_text("N");
     AddText(app, "--faces", &o->facesFile, "a file",
             "face rectangles for the face map: one face per line,\n"
             "'LEFT TOP RIGHT BOTTOM' in pixels of the reference frame;\n"
             "empty lines and lines starting with '#' are skipped. Without\n"
             "it the map has no faces (the built-in burst has a made-up one)")
-        ->option_text("FILE")
-        ->group("Input");
+        ->option_text("FILE");
     app.add_flag_function(
            "--no-crop", [o](int64_t) { o->crop = false; },
            "hand frames to the library at their own size (by default they\n"
            "are cropped at the right and bottom to multiples of 8, the\n"
-           "registration's size rule; odd sizes are always made even)")
-        ->group("Input");
+           "registration's size rule; odd sizes are always made even)");
 }
 
 void AddPipelineOptions(CLI::App& app, Options* o) {
+    app.option_defaults()->group("Pipeline");
     app.add_option_function<std::string>(
            "--format", [o](const std::string& v) { o->layout = v == "nv12" ? Layout::kNv12 : Layout::kYuv420; },
            "buffer layout handed to the library: planar YUV420 with rows\n"
            "padded to 128 bytes, or NV12 (default yuv420)")
         ->check(CLI::IsMember({"yuv420", "nv12"}))
-        ->option_text("yuv420|nv12")
-        ->group("Pipeline");
+        ->option_text("yuv420|nv12");
     app.add_option("--scale", o->scale,
                    "find keypoints on the luma reduced N times (1, 2 or 4); the\n"
                    "library scales the surviving points back (default 1)")
         ->check(CLI::IsMember({1, 2, 4}))
-        ->option_text("N")
-        ->group("Pipeline");
+        ->option_text("N");
     app.add_option("--max-keypoints", o->maxKeypoints, "keypoints per frame, 8 to 65535 (default 2000)")
         ->check(CLI::Range(8, 65535))
-        ->option_text("N")
-        ->group("Pipeline");
+        ->option_text("N");
     app.add_option("--ratio", o->ratio,
                    "ratio test of the 2-nearest-neighbour matching, 0 < R <= 1\n"
                    "(default 0.8)")
-        ->option_text("R")
-        ->group("Pipeline");
+        ->option_text("R");
     AddText(app, "--config-dir", &o->configDir, "a folder",
             "folder holding brimvel.xml (default: the repository's data/);\n"
             "its Face values (AjustRatio, Margin, SmoothRadius) drive the\n"
             "face map (64, 100 and 40 when the file cannot be read)")
-        ->option_text("DIR")
-        ->group("Pipeline");
+        ->option_text("DIR");
 }
 
 void AddOutputOptions(CLI::App& app, Options* o) {
+    app.option_defaults()->group("Output");
     AddText(app, "--out", &o->outDir, "a folder", "output folder (default demo-output), created if missing")
-        ->option_text("DIR")
-        ->group("Output");
+        ->option_text("DIR");
     app.add_flag("--verbose", o->verbose,
                  "also show the library's own log lines (standard error) and\n"
                  "timings (standard output); its error lines are quoted in\n"
-                 "the progress lines and the report either way")
-        ->group("Output");
+                 "the progress lines and the report either way");
     app.set_help_flag("-h,--help", "show this help and exit")->group("Output");
 }
 
