@@ -161,7 +161,8 @@ void DrawFrame(FrameRun* f, const Options& o, const std::vector<YuvFrame>& frame
     SavePicture(o.outDir, cv::format("contact_%d.png", f->index), ContactSheet(sheet), &f->pictures);
     if (f->balance.call.status == TOCRA_OK) {
         SavePicture(o.outDir, cv::format("balance_%d.png", f->index),
-                    BalancePlot(f->balance.result, cv::format("frame %d against the reference", f->index)), &f->pictures);
+                    BalancePlot(f->balance.result, cv::format("frame %d against the reference", f->index)),
+                    &f->pictures);
     }
 }
 
@@ -201,8 +202,8 @@ int Run(const Options& o) {
     run.maxKeypoints = o.maxKeypoints;
     run.notes = burst.notes;
     run.faces = burst.faces;
-    Progress(cv::format("burst: %s, %d frames of %dx%d, buffers %s", burst.source.c_str(), count, size.width, size.height,
-                    run.layout.c_str()));
+    Progress(cv::format("burst: %s, %d frames of %dx%d, buffers %s", burst.source.c_str(), count, size.width,
+                        size.height, run.layout.c_str()));
 
     // 1. The burst in graphic buffers, one output buffer per frame index,
     //    and the hooks through which the library reaches them.
@@ -249,8 +250,9 @@ int Run(const Options& o) {
     // 5. Face map and small RGB image of the reference.
     run.faceMap = BuildFaceMap(frames[0], burst.faces, faceParams, log);
     const FaceMap& fm = run.faceMap;
-    std::string faceLine = cv::format("face map: %s, %zu face(s), radius %d", CallText("BoxfilterYuv2RgbHist", fm.call).c_str(),
-                                  burst.faces.size(), fm.used.radius);
+    std::string faceLine =
+        cv::format("face map: %s, %zu face(s), radius %d", CallText("BoxfilterYuv2RgbHist", fm.call).c_str(),
+                   burst.faces.size(), fm.used.radius);
     if (fm.call.status == TOCRA_OK) faceLine += cv::format(", mean half-size luma %u", fm.meanLuma);
     Progress(faceLine + cv::format(" (%.1f ms)", fm.call.ms));
     if (fm.call.status == TOCRA_OK) {
@@ -268,8 +270,8 @@ int Run(const Options& o) {
     }
     size_t pictures = run.pictures.size();
     for (const FrameRun& f : run.frames) pictures += f.pictures.size();
-    Progress(cv::format("wrote %zu pictures, report.md and report.json to %s (%.0f ms in all)", pictures, o.outDir.c_str(),
-                    run.totalMs));
+    Progress(cv::format("wrote %zu pictures, report.md and report.json to %s (%.0f ms in all)", pictures,
+                        o.outDir.c_str(), run.totalMs));
     return 0;
 }
 

@@ -78,7 +78,9 @@ void AddInputOptions(CLI::App& app, Options* o) {
     app.add_option_function<std::string>(
            "--size",
            [o](const std::string& v) {
-               if (!ParseSize(v, &o->width, &o->height)) throw CLI::ValidationError("--size", "needs WxH, e.g. 640x480");
+               if (!ParseSize(v, &o->width, &o->height)) {
+                   throw CLI::ValidationError("--size", "needs WxH, e.g. 640x480");
+               }
            },
            "size of raw .yuv inputs (required with them), or of the\n"
            "built-in burst (default 768x512)")
@@ -92,7 +94,7 @@ void AddInputOptions(CLI::App& app, Options* o) {
             "of building.jpg, aero1.jpg, leuvenA.jpg in\n"
             "/usr/share/doc/opencv-doc/examples/data/)")
         ->option_text("FILE");
-    app.add_flag("--synthetic", o->synthetic, "make the built-in burst from a generated texture instead")->group("Input");
+    app.add_flag("--synthetic", o->synthetic, "make the built-in burst from a generated texture instead");
     app.add_option("--frames", o->burstFrames,
                    "frames besides the reference in the built-in burst, 1 to 5\n"
                    "(default 5)")

@@ -63,7 +63,9 @@ Json FrameJson(const FrameRun& f, cv::Size size) {
     }
     j["fit_rms_px"] = f.hasFit ? Json(Rounded(f.fitRms)) : Json(nullptr);
     j["mean_abs_diff_in_area"] = nullptr;
-    if (f.diffAfter >= 0.0) j["mean_abs_diff_in_area"] = {{"before", Rounded(f.diffBefore)}, {"after", Rounded(f.diffAfter)}};
+    if (f.diffAfter >= 0.0) {
+        j["mean_abs_diff_in_area"] = {{"before", Rounded(f.diffBefore)}, {"after", Rounded(f.diffAfter)}};
+    }
     j["times_ms"] = {{"detect", Rounded(f.detectMs)},
                      {"descriptors", Rounded(f.describe.ms)},
                      {"match", Rounded(f.matchMs)},

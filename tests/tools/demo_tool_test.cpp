@@ -137,7 +137,8 @@ void ExpectPicturesValid(const ToolRun& r, const Json& report) {
 // multiples of 8, inside the frame, more than half of it.
 void ExpectAreaValid(const Json& area, int width, int height) {
     ASSERT_TRUE(area.is_object());
-    const int x = area.at("x").get<int>(), y = area.at("y").get<int>(), w = area.at("width").get<int>(), h = area.at("height").get<int>();
+    const int x = area.at("x").get<int>(), y = area.at("y").get<int>(), w = area.at("width").get<int>(),
+              h = area.at("height").get<int>();
     EXPECT_EQ(x % 2, 0);
     EXPECT_EQ(y % 2, 0);
     EXPECT_EQ(w % 8, 0);
@@ -269,7 +270,8 @@ TEST_F(GeneratedBurst, EveryFrameAlignsWithinAPixelOfTheTruth) {
         EXPECT_EQ(f.at("corner_error_px").at("corners").size(), 4u);
         // Alignment makes the frame look like the reference inside the area.
         ASSERT_TRUE(f.at("mean_abs_diff_in_area").is_object());
-        EXPECT_LT(f.at("mean_abs_diff_in_area").at("after").get<double>(), f.at("mean_abs_diff_in_area").at("before").get<double>());
+        EXPECT_LT(f.at("mean_abs_diff_in_area").at("after").get<double>(),
+                  f.at("mean_abs_diff_in_area").at("before").get<double>());
     }
     EXPECT_EQ(report_->at("summary").at("aligned").get<int>(), 5);
     EXPECT_LT(report_->at("summary").at("max_corner_error_px").get<double>(), 1.0);
