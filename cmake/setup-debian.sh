@@ -12,6 +12,7 @@ packages=(
   g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
   libopencv-dev
   clang libclang-rt-14-dev
+  blueprint-tools  # bpfmt, for the Android.bp check
 )
 [ "${1:-}" = "--demo" ] && packages+=(opencv-doc)
 
