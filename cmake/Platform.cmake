@@ -20,22 +20,35 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   add_compile_options(-march=${BRIMVEL_X86_LEVEL})
   find_path(SIMDE_INCLUDE_DIR simde/arm/neon.h REQUIRED)
   include_directories(SYSTEM ${SIMDE_INCLUDE_DIR})
+elseif(ANDROID)
+  # The NDK chooses the architecture and the float ABI of armeabi-v7a
+  # (soft-float calling convention); the kernels need NEON there.
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^armv7")
+    add_compile_options(-mfpu=neon)
+  endif()
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|armv7|armv7-a|armhf)$")
   add_compile_options(-march=armv7-a -mfpu=neon -mfloat-abi=hard)
 endif()
 
-# The Android log library: Debian's build on the host; where a build has
-# none (the cross builds), a stand-in with the same entry point and line shape.
-find_library(BRIMVEL_ANDROID_LOG log PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android NO_DEFAULT_PATH)
-if(BRIMVEL_ANDROID_LOG AND NOT CMAKE_CROSSCOMPILING)
-  set(BRIMVEL_LOG_LIBRARY ${BRIMVEL_ANDROID_LOG})
-  get_filename_component(_logdir ${BRIMVEL_ANDROID_LOG} DIRECTORY)
-  set(CMAKE_BUILD_RPATH ${_logdir})
-  set(CMAKE_INSTALL_RPATH ${_logdir})
-else()
-  add_library(log SHARED ${PROJECT_SOURCE_DIR}/frame/log_standin.c)
-  target_compile_options(log PRIVATE -fvisibility=hidden)
+# The Android log library: the NDK's on Android, Debian's build on the host;
+# where a build has none (the Linux cross builds), a stand-in with the same
+# entry point and line shape, installed next to the library.
+set(BRIMVEL_LOG_STANDIN OFF)
+if(ANDROID)
   set(BRIMVEL_LOG_LIBRARY log)
+else()
+  find_library(BRIMVEL_ANDROID_LOG log PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android NO_DEFAULT_PATH)
+  if(BRIMVEL_ANDROID_LOG AND NOT CMAKE_CROSSCOMPILING)
+    set(BRIMVEL_LOG_LIBRARY ${BRIMVEL_ANDROID_LOG})
+    get_filename_component(_logdir ${BRIMVEL_ANDROID_LOG} DIRECTORY)
+    set(CMAKE_BUILD_RPATH ${_logdir})
+    set(CMAKE_INSTALL_RPATH ${_logdir})
+  else()
+    add_library(log SHARED ${PROJECT_SOURCE_DIR}/frame/log_standin.c)
+    target_compile_options(log PRIVATE -fvisibility=hidden)
+    set(BRIMVEL_LOG_LIBRARY log)
+    set(BRIMVEL_LOG_STANDIN ON)
+  endif()
 endif()
 
 if(BRIMVEL_BUILD_FUZZ)

@@ -13,6 +13,7 @@ packages=(
   libopencv-dev
   libcli11-dev nlohmann-json3-dev  # the demo tool's options and report, read by its tests
   clang libclang-rt-14-dev
+  blueprint-tools  # bpfmt, for the Android.bp check
 )
 [ "${1:-}" = "--demo" ] && packages+=(opencv-doc)
 

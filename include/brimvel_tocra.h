@@ -13,7 +13,7 @@
  * builds. The library's own records (tagST_PIC, tagST_MATCH_PAIRS,
  * ST_IMAGEFEATURES, the registration records) hold native pointers.
  *
- * Usable from C and C++.
+ * Usable from C (C99 or later) and C++.
  */
 #ifndef BRIMVEL_TOCRA_H
 #define BRIMVEL_TOCRA_H
@@ -31,11 +31,20 @@
 #define TOCRA_PACKED
 #endif
 
+/* Layout checks of the records, at compile time in C++ and in C99 or later. */
 #if defined(__cplusplus)
 #define TOCRA_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
-extern "C" {
-#else
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define TOCRA_STATIC_ASSERT(cond, msg) _Static_assert(cond, msg)
+#else
+/* C99 has no static assertion: an array of negative size stops the build. */
+#define TOCRA_ASSERT_NAME_(line) tocra_layout_check_##line
+#define TOCRA_ASSERT_NAME(line) TOCRA_ASSERT_NAME_(line)
+#define TOCRA_STATIC_ASSERT(cond, msg) typedef char TOCRA_ASSERT_NAME(__LINE__)[(cond) ? 1 : -1]
+#endif
+
+#if defined(__cplusplus)
+extern "C" {
 #endif
 
 /* ------------------------------------------------------------------------ */
