@@ -3,7 +3,9 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "support/test_support.h"
 
@@ -96,6 +98,32 @@ TEST(CreateThreadUnlock, ReturnsWithoutWaitingAndThreadsStillFinish) {
     std::lock_guard<std::mutex> lock(seen.m);
     std::sort(seen.indices.begin(), seen.indices.end());
     EXPECT_EQ(seen.indices, (std::vector<int>{0, 1, 2}));
+}
+
+TEST(CreateThreadLock, AFailedStartJoinsTheStartedThreadsAndAnswersMinusOne) {
+    Seen seen;
+    tocra_test::ClearLog();
+    {
+        tocra_test::FailingThreadStarts failing({3});
+        EXPECT_EQ(create_thread_lock(Record, &seen, 4), -1);
+        EXPECT_EQ(failing.starts(), 3);
+    }
+    EXPECT_EQ(seen.finished.load(), 2);  // both started threads ran to the end before the return
+    EXPECT_TRUE(tocra_test::Logged(6, "Thread Create Failed!"));
+}
+
+TEST(CreateThreadUnlock, AFailedStartAnswersMinusOneAndTheStartedThreadsFinish) {
+    Seen seen;
+    tocra_test::ClearLog();
+    {
+        tocra_test::FailingThreadStarts failing({2});
+        EXPECT_EQ(create_thread_unlock(Record, &seen, 3), -1);
+        EXPECT_EQ(failing.starts(), 2);
+    }
+    EXPECT_TRUE(tocra_test::Logged(6, "Thread Create Failed!"));
+    for (int i = 0; i < 2000 && seen.finished.load() < 1; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(seen.finished.load(), 1);
 }
 
 void* ReturnSeven(void*) { return reinterpret_cast<void*>(7); }
