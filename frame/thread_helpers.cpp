@@ -36,16 +36,14 @@ extern "C" int imgDataCopy(const uint8_t* src, uint8_t* dst, int srcPitch, int h
         bands[b] = {src + static_cast<ptrdiff_t>(srcPitch) * rowOffset, dst + static_cast<ptrdiff_t>(dstPitch) * rowOffset,
                     srcPitch, dstPitch, q};
     }
+    // A band whose thread cannot be started is logged and left uncopied;
+    // only the fourth start decides the result.
     for (int b = 0; b < 4; ++b) {
         started[b] = platform_thread_create(&threads[b], nullptr, MultiThreadDataCopy, &bands[b]) == 0;
-        if (!started[b]) {
-            TOCRA_LOGI("i = %d", b);
-            // A band whose thread could not start is copied here, so that a
-            // successful return always means the whole copy was made.
-            if (b < 3) MultiThreadDataCopy(&bands[b]);
-        }
+        if (!started[b]) TOCRA_LOGI("i = %d", b);
     }
-    // Only threads that exist are joined.
+    // Only threads that exist are joined: a handle whose creation failed
+    // holds nothing to wait for.
     for (int b = 0; b < 4; ++b) {
         if (started[b]) pthread_join(threads[b], nullptr);
     }

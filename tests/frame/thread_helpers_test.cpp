@@ -40,6 +40,43 @@ TEST(ImgDataCopy, EachRowCopiesTheSmallerPitch) {
     }
 }
 
+// Rows of dst that equal src, as a string of 0 / 1 per row.
+std::string CopiedRows(const std::vector<uint8_t>& src, const std::vector<uint8_t>& dst, int pitch, int rows) {
+    std::string s;
+    for (int r = 0; r < rows; ++r) s += memcmp(&src[r * pitch], &dst[r * pitch], pitch) == 0 ? '1' : '0';
+    return s;
+}
+
+TEST(ImgDataCopy, AFailedStartIsLoggedAndItsBandIsCopiedByNobody) {
+    const int pitch = 16, h = 8;  // bands of 2 rows
+    const std::vector<uint8_t> src = tocra_test::RandomBytes(pitch * h, 3);
+    struct Case {
+        std::initializer_list<int> failing;  // thread starts that fail, 1 = band 0
+        int status;
+        const char* rows;
+    };
+    const Case cases[] = {{{2}, 0, "11001111"},
+                          {{1, 3}, 0, "00110011"},
+                          {{4}, -997, "11111100"},
+                          {{1, 2, 3, 4}, -997, "00000000"}};
+    for (const Case& c : cases) {
+        std::vector<uint8_t> dst(pitch * h, 0xEE);
+        tocra_test::ClearLog();
+        tocra_test::FailingThreadStarts failing(c.failing);
+        EXPECT_EQ(imgDataCopy(src.data(), dst.data(), pitch, h, pitch), c.status);
+        EXPECT_EQ(failing.starts(), 4);
+        EXPECT_EQ(CopiedRows(src, dst, pitch, h), c.rows);
+        std::vector<std::string> lines;
+        for (int n : c.failing) lines.push_back("i = " + std::to_string(n - 1));
+        if (c.status != 0) lines.push_back("Thread Create Error!");
+        ASSERT_EQ(tocra_test::Log().size(), lines.size());
+        for (size_t i = 0; i < lines.size(); ++i) {
+            EXPECT_EQ(tocra_test::Log()[i].prio, 4);
+            EXPECT_EQ(tocra_test::Log()[i].text, lines[i]);
+        }
+    }
+}
+
 TEST(MultiThreadDataCopy, EmptyBandsCopyNothing) {
     uint8_t src[8] = {1, 2, 3, 4, 5, 6, 7, 8}, dst[8] = {0};
     tagST_COPY_BAND band = {src, dst, 8, 8, 0};
