@@ -23,8 +23,18 @@ void BoxSumV_C(uint8_t* dst, const int32_t* in, int width, int stride, int rows,
 void GetCumHist_C(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist);
 void GetCumSum_C(const uint8_t* plane, int width, int rows, int stride, uint32_t* hist);
 
-// x2 down-scale by a rounded 2x2 mean.
-void DownScaleX4_C(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride);
+// x2 down-scale by a rounded 2x2 mean. An odd row count's last pair reads
+// the row after `rows`; an odd width's last block reads the byte at column
+// `width`. srcEnd, when set, is one past the last source byte that may be
+// read: a bottom-row byte at column `width` at or past it is replaced by
+// the byte to its left.
+void DownScaleX4_C(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
+                   const uint8_t* srcEnd = nullptr);
+void DownScaleX4_Neon(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
+                      const uint8_t* srcEnd = nullptr);
+// Four bands of height / 4 source rows on the pool (see DownScaleX4_Neon_MT).
+int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride,
+                   const uint8_t* srcEnd);
 
 // x2 up-scale: the interior destination rows 2y+1 and 2y+2 of the source
 // row pairs y = first .. first+pairs-1, every column but the first and last.

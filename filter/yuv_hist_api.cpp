@@ -8,6 +8,7 @@
 
 #include "brimvel_tocra.h"
 #include "filter/face_map.h"
+#include "filter/filter_kernels.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
 #include "frame/picture.h"
@@ -59,6 +60,11 @@ void StoreU32(uint8_t* at, uint32_t v) { memcpy(at, &v, sizeof(v)); }
 // chroma plane (height / 2 rows of stride bytes) height * stride bytes
 // behind the frame's start. dst: the result laid out above. Frames below
 // 2 x 2, or with a stride below the width, are refused with a log line.
+//
+// The down-scale of an odd last band reads the row after the luma, the
+// chroma plane's first row. Only one byte it reads can lie past the frame
+// (column `width` of that row when the chroma plane is a single row of
+// exactly `width` bytes): the byte to its left stands in for it.
 extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, int width, int height, int stride) {
     if (frame == nullptr || dst == nullptr || !FrameOk(width, height, stride)) {
         TOCRA_LOGE("%s invalid input: width[%d] height[%d] stride[%d]\n", "DownScaleYuv2RgbHist_Neon", width, height,
@@ -66,10 +72,12 @@ extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, in
         return;
     }
     const Layout l = ResultLayout(width, height, stride);
+    const uint8_t* frameEnd =
+        frame + (static_cast<size_t>(height) + static_cast<size_t>(l.h2)) * static_cast<size_t>(stride);
     uint32_t set[4 * 3 * 256];
     memset(set, 0, sizeof(set));
 
-    DownScaleX4_Neon_MT(frame, dst, height, width, stride, l.s2);
+    tocra::DownScaleX4_MT(frame, dst, height, width, stride, l.s2, frameEnd);
     MT_UpScale4X_NEON(dst, l.h2, l.w2, l.s2, stride, dst + l.error);
     UpScaleError_Neon_MT(frame, dst + l.error, reinterpret_cast<int8_t*>(dst + l.error), width, height, stride);
 

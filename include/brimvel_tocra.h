@@ -304,6 +304,20 @@ TOCRA_API void CalcJointPoint(const uint32_t* cumB, const uint32_t* cumA, int32_
 /* x4 scaling and up-scale error                                             */
 /* ------------------------------------------------------------------------ */
 
+/* x2 down-scale by rounded 2x2 means: output row r / 2 from source rows
+ * r, r + 1 (r = 0, 2, ... below `rows`), output column x from source
+ * columns 2x, 2x + 1 (2x below `width`). So the caller provides, besides
+ * rows x width: with an odd row count, row `rows` of the source; with an odd
+ * width, the byte at column `width` of every row read (the padding, or the
+ * next row's first byte). ceil(rows / 2) output rows are written, each with
+ * ceil(width / 2) bytes but never more than dstStride.
+ * DownScaleX4_Neon_MT: four bands of band = height / 4 source rows (the last
+ * takes the rest); band k writes from output row k * (band / 2). With an odd
+ * band, the last pair of bands 0..2 reads the next band's first row and
+ * makes the same output row as the next band's first pair: the later band's
+ * value stands. The last band, with an odd row count, reads row `height`.
+ * Odd bands also leave the last output rows unwritten (a height of 12 writes
+ * rows 0..4 only): use heights that are multiples of 8 for a plain halving. */
 TOCRA_API void Neon_DownScaleX4(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride);
 TOCRA_API int DownScaleX4_Neon_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride,
                                   int dstStride);
