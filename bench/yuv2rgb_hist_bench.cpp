@@ -17,8 +17,10 @@ using tocra_bench::kHalfWidth;
 
 void BM_YUV2RGB_LUTX4_NEON_MT(benchmark::State& state) {
     const int s2 = tocra::Pitch128(kHalfWidth), uvStride = tocra::Pitch128(2 * kHalfWidth);
-    const auto y = tocra_bench::TexturedPlane(kHalfWidth, kHalfHeight, s2, 1);
-    const auto uv = tocra_bench::TexturedPlane(2 * kHalfWidth, kHalfHeight, uvStride, 2);
+    // 1500 rows: the last band's 375 rows end on an odd row, whose pair is
+    // the row after the plane (read in y and uv, written in b, g and r).
+    const auto y = tocra_bench::TexturedPlane(kHalfWidth, kHalfHeight + 1, s2, 1);
+    const auto uv = tocra_bench::TexturedPlane(2 * kHalfWidth, kHalfHeight + 1, uvStride, 2);
     std::vector<uint8_t> b(y.size()), g(y.size()), r(y.size());
     std::vector<uint32_t> set(4 * 3 * 256);
     MultiThread_Init(4);

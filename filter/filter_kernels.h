@@ -23,8 +23,18 @@ void BoxSumV_C(uint8_t* dst, const int32_t* in, int width, int stride, int rows,
 void GetCumHist_C(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist);
 void GetCumSum_C(const uint8_t* plane, int width, int rows, int stride, uint32_t* hist);
 
-// x2 down-scale by a rounded 2x2 mean.
-void DownScaleX4_C(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride);
+// x2 down-scale by a rounded 2x2 mean. An odd row count's last pair reads
+// the row after `rows`; an odd width's last block reads the byte at column
+// `width`. srcEnd, when set, is one past the last source byte that may be
+// read: a bottom-row byte at column `width` at or past it is replaced by
+// the byte to its left.
+void DownScaleX4_C(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
+                   const uint8_t* srcEnd = nullptr);
+void DownScaleX4_Neon(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
+                      const uint8_t* srcEnd = nullptr);
+// Four bands of height / 4 source rows on the pool (see DownScaleX4_Neon_MT).
+int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride,
+                   const uint8_t* srcEnd);
 
 // x2 up-scale: the interior destination rows 2y+1 and 2y+2 of the source
 // row pairs y = first .. first+pairs-1, every column but the first and last.
@@ -36,15 +46,42 @@ void UpScalePairs_Neon(const uint8_t* src, int firstPair, int pairs, int width, 
 // Saturated signed difference a - b.
 void UpScaleError_C(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int rows, int stride);
 
-// Colour conversion of one band with 2x2-block histograms. `rowsBelow`
-// rows after the band may be read (never written) to complete the band's
-// last block when it has an odd number of rows; with none, the last row
-// stands in for the missing one. The same holds for an odd width, whose
-// last column stands in for the missing one.
-void Yuv2RgbBand_C(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r, uint32_t* hist,
-                   int width, int rows, int rowsBelow, int stride, int uvStride);
-void Yuv2RgbBand_Neon(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r, uint32_t* hist,
-                      int width, int rows, int rowsBelow, int stride, int uvStride);
+// Colour conversion: luma y and outputs b, g, r with rows `stride` apart,
+// chroma uv with rows uvStride apart (the pair of pixel x at 2x, 2x + 1).
+struct RgbPlanes {
+    const uint8_t* y;
+    const uint8_t* uv;
+    uint8_t* b;
+    uint8_t* g;
+    uint8_t* r;
+    int stride;
+    int uvStride;
+};
+
+// What the last pair of an odd row count does with the row after it.
+enum class RowAfter {
+    kReadWrite,  // converts it like any other row (the kernel on its own)
+    kRead,       // reads it for the last blocks only: the next band writes it
+    kRepeat,     // it may not be read: the last row stands in for it, in the blocks only
+};
+
+// One band of `rows` rows with its 2x2-block histograms (B, G, R; cleared
+// first, running sums at the end). An odd width's last step converts column
+// `width` as well; with uvEnd set (one past the last readable chroma byte),
+// such a pixel whose chroma pair would reach it is not converted: the pixel
+// to its left stands in for it in the block. A band that keeps to its own rows
+// (kRead, kRepeat) never writes past its last row.
+void Yuv2RgbBand_C(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
+                   const uint8_t* uvEnd = nullptr);
+void Yuv2RgbBand_Neon(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
+                      const uint8_t* uvEnd = nullptr);
+// True for the sizes the conversion refuses: width and row count both odd.
+bool Yuv2RgbRefused(int width, int rows);
+// Four bands of height / 4 rows on the pool, each through the size check,
+// into set + 768 k. Bands 0..2 leave the next band's first row to it (kRead)
+// unless that band refuses its rows; the last band does `lastAfter`.
+int Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
+                     const uint8_t* uvEnd);
 
 }  // namespace tocra
 

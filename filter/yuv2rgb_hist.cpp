@@ -42,29 +42,70 @@ inline void CountBlock(uint32_t* hist, Bgr p, Bgr q, Bgr s, Bgr t) {
     ++hist[512 + ((p.r + q.r + s.r + t.r + 2) >> 2)];
 }
 
-// Scalar columns from x0 on for the row pair (y0, y1): writes row 0 (and
-// row 1 when writeSecond) and counts the blocks. An odd width's last column
-// stands in for the missing one.
-void PairTail(const uint8_t* y0, const uint8_t* uv0, const uint8_t* y1, const uint8_t* uv1, uint8_t* b0, uint8_t* g0,
-              uint8_t* r0, uint8_t* b1, uint8_t* g1, uint8_t* r1, bool writeSecond, uint32_t* hist, int x0,
-              int width) {
+// Whether the chroma pair of pixel x lies before uvEnd (always, when unset).
+// Asked for an odd width's column `width` only: every other pair lies
+// inside the caller's rows.
+inline bool PairReadable(const uint8_t* uvRow, int x, const uint8_t* uvEnd) {
+    return uvEnd == nullptr || uvEnd - uvRow > 2 * x + 1;
+}
+
+// One row pair of a band, as the band function sets it up.
+struct PairRows {
+    const uint8_t* y0;
+    const uint8_t* uv0;
+    const uint8_t* y1;
+    const uint8_t* uv1;
+    size_t o0, o1;      // output offsets of the two rows
+    bool writeSecond;   // the second row is the band's to write
+    bool lastCol0;      // column `width` (odd width) of the first row is the band's to write
+    bool lastCol1;      // the same for the second row
+};
+
+// Scalar columns from x0 on, two pixels at a time: writes both rows (the
+// second when it is the band's) and counts the blocks. An odd width's last
+// step converts column `width` too. Only where that pixel's chroma pair
+// would reach uvEnd does the pixel before it stand in (in the block only).
+void PairTail(const tocra::RgbPlanes& p, const PairRows& pr, uint32_t* hist, int x0, int width,
+              const uint8_t* uvEnd) {
     for (int x = x0; x < width; x += 2) {
-        const int xn = x + 1 < width ? x + 1 : x;
-        const Bgr p = ConvertAt(y0, uv0, x), q = ConvertAt(y0, uv0, xn);
-        const Bgr s = ConvertAt(y1, uv1, x), t = ConvertAt(y1, uv1, xn);
-        b0[x] = p.b, g0[x] = p.g, r0[x] = p.r;
-        if (xn != x) b0[xn] = q.b, g0[xn] = q.g, r0[xn] = q.r;
-        if (writeSecond) {
-            b1[x] = s.b, g1[x] = s.g, r1[x] = s.r;
-            if (xn != x) b1[xn] = t.b, g1[xn] = t.g, r1[xn] = t.r;
+        const bool inside = x + 1 < width;
+        const bool in0 = inside || PairReadable(pr.uv0, x + 1, uvEnd);
+        const bool in1 = inside || PairReadable(pr.uv1, x + 1, uvEnd);
+        const Bgr a = ConvertAt(pr.y0, pr.uv0, x), c = ConvertAt(pr.y1, pr.uv1, x);
+        const Bgr b = in0 ? ConvertAt(pr.y0, pr.uv0, x + 1) : a;
+        const Bgr d = in1 ? ConvertAt(pr.y1, pr.uv1, x + 1) : c;
+        const size_t o0 = pr.o0 + static_cast<size_t>(x), o1 = pr.o1 + static_cast<size_t>(x);
+        p.b[o0] = a.b, p.g[o0] = a.g, p.r[o0] = a.r;
+        if (in0 && (inside || pr.lastCol0)) p.b[o0 + 1] = b.b, p.g[o0 + 1] = b.g, p.r[o0 + 1] = b.r;
+        if (pr.writeSecond) {
+            p.b[o1] = c.b, p.g[o1] = c.g, p.r[o1] = c.r;
+            if (in1 && (inside || pr.lastCol1)) p.b[o1 + 1] = d.b, p.g[o1 + 1] = d.g, p.r[o1 + 1] = d.r;
         }
-        CountBlock(hist, p, q, s, t);
+        CountBlock(hist, a, b, c, d);
     }
 }
 
-// The second row of the pair starting at band row rr: the next band row, a
-// row below the band, or the row itself.
-inline int SecondRow(int rr, int rows, int rowsBelow) { return rr + 1 < rows || rowsBelow > 0 ? rr + 1 : rr; }
+// Sets up the row pair starting at band row rr. An odd row count's last
+// pair takes the row after the band as its second row (kReadWrite writes
+// it, kRead only reads it) or, with kRepeat, its own row again. A band that
+// keeps to its own rows (kRead, kRepeat) leaves column `width` of its last
+// row alone when the stride puts that byte in the next row.
+PairRows SetUpPair(const tocra::RgbPlanes& p, int rr, int rows, int width, tocra::RowAfter after) {
+    const bool last = rr + 1 == rows;
+    const int r2 = last && after == tocra::RowAfter::kRepeat ? rr : rr + 1;
+    PairRows pr;
+    pr.o0 = tocra::RowOffset(rr, p.stride);
+    pr.o1 = tocra::RowOffset(r2, p.stride);
+    pr.y0 = p.y + pr.o0;
+    pr.y1 = p.y + pr.o1;
+    pr.uv0 = p.uv + tocra::RowOffset(rr, p.uvStride);
+    pr.uv1 = p.uv + tocra::RowOffset(r2, p.uvStride);
+    const bool ownRowsOnly = after != tocra::RowAfter::kReadWrite;
+    pr.writeSecond = !last || !ownRowsOnly;
+    pr.lastCol0 = !ownRowsOnly || rr + 1 < rows || width < p.stride;
+    pr.lastCol1 = !ownRowsOnly || r2 + 1 < rows || width < p.stride;
+    return pr;
+}
 
 struct Bgr16 {
     uint8x16_t b, g, r;
@@ -106,57 +147,50 @@ inline uint8x8_t BlockMeans(uint8x16_t top, uint8x16_t bottom) {
 
 namespace tocra {
 
-void Yuv2RgbBand_C(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r, uint32_t* hist,
-                   int width, int rows, int rowsBelow, int stride, int uvStride) {
+void Yuv2RgbBand_C(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
+                   const uint8_t* uvEnd) {
     memset(hist, 0, 3 * 256 * sizeof(uint32_t));
     for (int rr = 0; rr < rows; rr += 2) {
-        const int r2 = SecondRow(rr, rows, rowsBelow);
-        const size_t o0 = RowOffset(rr, stride), o1 = RowOffset(r2, stride);
-        PairTail(y + o0, uv + RowOffset(rr, uvStride), y + o1, uv + RowOffset(r2, uvStride), b + o0, g + o0, r + o0,
-                 b + o1, g + o1, r + o1, rr + 1 < rows, hist, 0, width);
+        PairTail(p, SetUpPair(p, rr, rows, width, after), hist, 0, width, uvEnd);
     }
     RunningSums(hist, 3);
 }
 
 // Sixteen pixels per step on two rows at once; the width mod 16 columns
 // go through the scalar path two pixels at a time.
-void Yuv2RgbBand_Neon(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r, uint32_t* hist,
-                      int width, int rows, int rowsBelow, int stride, int uvStride) {
+void Yuv2RgbBand_Neon(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
+                      const uint8_t* uvEnd) {
     memset(hist, 0, 3 * 256 * sizeof(uint32_t));
     uint8_t means[3][8];
     for (int rr = 0; rr < rows; rr += 2) {
-        const int r2 = SecondRow(rr, rows, rowsBelow);
-        const bool writeSecond = rr + 1 < rows;
-        const size_t o0 = RowOffset(rr, stride), o1 = RowOffset(r2, stride);
-        const uint8_t* y0 = y + o0;
-        const uint8_t* y1 = y + o1;
-        const uint8_t* uv0 = uv + RowOffset(rr, uvStride);
-        const uint8_t* uv1 = uv + RowOffset(r2, uvStride);
+        const PairRows pr = SetUpPair(p, rr, rows, width, after);
         int x = 0;
         for (; x + 16 <= width; x += 16) {
-            const Bgr16 p = Convert16(y0 + x, uv0 + 2 * x);
-            const Bgr16 q = Convert16(y1 + x, uv1 + 2 * x);
-            vst1q_u8(b + o0 + x, p.b);
-            vst1q_u8(g + o0 + x, p.g);
-            vst1q_u8(r + o0 + x, p.r);
-            if (writeSecond) {
-                vst1q_u8(b + o1 + x, q.b);
-                vst1q_u8(g + o1 + x, q.g);
-                vst1q_u8(r + o1 + x, q.r);
+            const Bgr16 top = Convert16(pr.y0 + x, pr.uv0 + 2 * x);
+            const Bgr16 bottom = Convert16(pr.y1 + x, pr.uv1 + 2 * x);
+            vst1q_u8(p.b + pr.o0 + x, top.b);
+            vst1q_u8(p.g + pr.o0 + x, top.g);
+            vst1q_u8(p.r + pr.o0 + x, top.r);
+            if (pr.writeSecond) {
+                vst1q_u8(p.b + pr.o1 + x, bottom.b);
+                vst1q_u8(p.g + pr.o1 + x, bottom.g);
+                vst1q_u8(p.r + pr.o1 + x, bottom.r);
             }
-            vst1_u8(means[0], BlockMeans(p.b, q.b));
-            vst1_u8(means[1], BlockMeans(p.g, q.g));
-            vst1_u8(means[2], BlockMeans(p.r, q.r));
+            vst1_u8(means[0], BlockMeans(top.b, bottom.b));
+            vst1_u8(means[1], BlockMeans(top.g, bottom.g));
+            vst1_u8(means[2], BlockMeans(top.r, bottom.r));
             for (int i = 0; i < 8; ++i) {
                 ++hist[means[0][i]];
                 ++hist[256 + means[1][i]];
                 ++hist[512 + means[2][i]];
             }
         }
-        PairTail(y0, uv0, y1, uv1, b + o0, g + o0, r + o0, b + o1, g + o1, r + o1, writeSecond, hist, x, width);
+        PairTail(p, pr, hist, x, width, uvEnd);
     }
     RunningSums(hist, 3);
 }
+
+bool Yuv2RgbRefused(int width, int rows) { return (width & 1) && (rows & 1); }
 
 }  // namespace tocra
 
@@ -177,8 +211,10 @@ bool RgbArgsOk(const char* name, const uint8_t* y, const uint8_t* uv, const uint
     return true;
 }
 
+// The kernel's own size check: a width and a row count that are both odd
+// are refused with one line, and nothing (counters included) is written.
 bool BothOdd(int width, int rows) {
-    if ((width & 1) && (rows & 1)) {
+    if (tocra::Yuv2RgbRefused(width, rows)) {
         TOCRA_LOGE("%s", "YUV2RGBX4_LUT_NEON height and width % 2 != 0.");
         return true;
     }
@@ -188,52 +224,67 @@ bool BothOdd(int width, int rows) {
 }  // namespace
 
 // y, b, g, r: rows of `stride` bytes; uv: rows of uvStride bytes, the pair of
-// pixel x at bytes 2x, 2x + 1; hist: 3 x 256 counters (B, G, R). An odd
-// row count's last row stands in for the missing row below it.
+// pixel x at bytes 2x, 2x + 1; hist: 3 x 256 counters (B, G, R). An odd row
+// count's last pair converts the row after it as well; an odd width's last
+// step converts column `width` as well.
 extern "C" void YUV2RGB_LUTX4_NEON(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r,
                                    uint32_t* hist, int width, int rows, int stride, int uvStride) {
     if (BothOdd(width, rows)) return;
     if (!RgbArgsOk("YUV2RGB_LUTX4_NEON", y, uv, b, g, r, hist, width, rows, stride, uvStride)) return;
-    tocra::Yuv2RgbBand_Neon(y, uv, b, g, r, hist, width, rows, 0, stride, uvStride);
+    tocra::Yuv2RgbBand_Neon(tocra::RgbPlanes{y, uv, b, g, r, stride, uvStride}, hist, width, rows,
+                            tocra::RowAfter::kReadWrite, nullptr);
 }
 
 namespace {
 
 struct RgbJob {
-    const uint8_t* y;
-    const uint8_t* uv;
-    uint8_t* b;
-    uint8_t* g;
-    uint8_t* r;
+    tocra::RgbPlanes planes;
     uint32_t* hist;
     int width;
     int height;
-    int uvStride;
-    int stride;
+    tocra::RowAfter lastAfter;  // what the last band does with the row after the plane
+    const uint8_t* uvEnd;
 };
 
 // Band k of floor(height / 4) rows (the last takes the rest) into its own
-// 768 counters. A band with an odd row count completes its last block with
-// the first row of the next band, which it reads but does not write.
+// 768 counters, through the kernel's size check: a band whose row count is
+// odd with an odd width is refused on its own (its line, its rows and its
+// counters untouched). Bands 0..2 with an odd row count complete their last
+// blocks with the next band's first row, which that band writes; with an
+// odd width and stride == width, column `width` of a band's last row is the
+// next band's first byte, which that band writes too. Only when the next
+// band refuses its rows does the band write into them itself.
 void RgbBand(void* arg, int index) {
     const RgbJob* job = static_cast<const RgbJob*>(arg);
     const tocra::Band band = tocra::QuarterBand(job->height, index);
-    const size_t o = RowOffset(band.first, job->stride);
-    tocra::Yuv2RgbBand_Neon(job->y + o, job->uv + RowOffset(band.first, job->uvStride), job->b + o, job->g + o,
-                            job->r + o, job->hist + 768 * index, job->width, band.rows,
-                            job->height - band.first - band.rows, job->stride, job->uvStride);
+    if (BothOdd(job->width, band.rows)) return;
+    const tocra::RgbPlanes& p = job->planes;
+    const size_t o = RowOffset(band.first, p.stride);
+    const tocra::RgbPlanes bp{p.y + o, p.uv + RowOffset(band.first, p.uvStride), p.b + o, p.g + o, p.r + o,
+                              p.stride, p.uvStride};
+    tocra::RowAfter after = job->lastAfter;
+    if (index < tocra::kBandTasks - 1) {
+        const bool nextWrites = !tocra::Yuv2RgbRefused(job->width, tocra::QuarterBand(job->height, index + 1).rows);
+        after = nextWrites ? tocra::RowAfter::kRead : tocra::RowAfter::kReadWrite;
+    }
+    tocra::Yuv2RgbBand_Neon(bp, job->hist + 768 * index, job->width, band.rows, after, job->uvEnd);
 }
 
 }  // namespace
 
-// hist: 4 x 3 x 256 counters, one set per band. A frame whose width and
-// height are both odd is refused as a whole (one message, nothing written).
+int tocra::Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
+                            const uint8_t* uvEnd) {
+    RgbJob job{p, set, width, height, lastAfter, uvEnd};
+    return RunFourBands(RgbBand, &job);
+}
+
+// hist: 4 x 3 x 256 counters, one set per band. The last band, with an odd
+// row count, converts the row after the plane as well.
 extern "C" int YUV2RGB_LUTX4_NEON_MT(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r,
                                      uint32_t* hist, int width, int height, int uvStride, int stride) {
-    if (BothOdd(width, height)) return TOCRA_OK;
     if (!RgbArgsOk("YUV2RGB_LUTX4_NEON_MT", y, uv, b, g, r, hist, width, height, stride, uvStride)) {
         return TOCRA_NULL_POINTER;
     }
-    RgbJob job{y, uv, b, g, r, hist, width, height, uvStride, stride};
-    return tocra::RunFourBands(RgbBand, &job);
+    return tocra::Yuv2RgbFourBands(tocra::RgbPlanes{y, uv, b, g, r, stride, uvStride}, hist, width, height,
+                                   tocra::RowAfter::kReadWrite, nullptr);
 }

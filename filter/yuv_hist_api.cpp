@@ -7,7 +7,9 @@
 #include <cstring>
 
 #include "brimvel_tocra.h"
+#include "filter/bands.h"
 #include "filter/face_map.h"
+#include "filter/filter_kernels.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
 #include "frame/picture.h"
@@ -59,6 +61,24 @@ void StoreU32(uint8_t* at, uint32_t v) { memcpy(at, &v, sizeof(v)); }
 // chroma plane (height / 2 rows of stride bytes) height * stride bytes
 // behind the frame's start. dst: the result laid out above. Frames below
 // 2 x 2, or with a stride below the width, are refused with a log line.
+//
+// The steps read and write nothing outside the frame and the result:
+// - The down-scale of an odd last band reads the row after the luma, the
+//   chroma plane's first row. Only one byte it reads can lie past the frame
+//   (column `width` of that row when the chroma plane is a single row of
+//   exactly `width` bytes): the byte to its left stands in for it.
+// - The colour conversion's last band, with an odd row count, would pair its
+//   last row with the row after both planes: half-size luma row h2 is the R
+//   plane that band 0 is writing, chroma row h2 lies past the frame. That
+//   row is not read (the last row stands in for it in the blocks) and not
+//   written (it would be the luma histogram and the B and G planes' first
+//   rows).
+// - With an odd half width, the last step of a row converts column w2: the
+//   half-size luma's padding byte (s2 > w2) and the chroma pair at bytes
+//   2 w2 and 2 w2 + 1, in the row's padding or the next chroma row. For the
+//   last chroma row of a frame whose stride is below 2 w2 + 2 that pair lies
+//   past the frame: the pixel is not written, and the pixel to its left
+//   stands in for it in the block.
 extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, int width, int height, int stride) {
     if (frame == nullptr || dst == nullptr || !FrameOk(width, height, stride)) {
         TOCRA_LOGE("%s invalid input: width[%d] height[%d] stride[%d]\n", "DownScaleYuv2RgbHist_Neon", width, height,
@@ -66,10 +86,12 @@ extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, in
         return;
     }
     const Layout l = ResultLayout(width, height, stride);
+    const uint8_t* chroma = frame + static_cast<size_t>(height) * static_cast<size_t>(stride);
+    const uint8_t* frameEnd = chroma + static_cast<size_t>(l.h2) * static_cast<size_t>(stride);
     uint32_t set[4 * 3 * 256];
     memset(set, 0, sizeof(set));
 
-    DownScaleX4_Neon_MT(frame, dst, height, width, stride, l.s2);
+    tocra::DownScaleX4_MT(frame, dst, height, width, stride, l.s2, frameEnd);
     MT_UpScale4X_NEON(dst, l.h2, l.w2, l.s2, stride, dst + l.error);
     UpScaleError_Neon_MT(frame, dst + l.error, reinterpret_cast<int8_t*>(dst + l.error), width, height, stride);
 
@@ -87,9 +109,13 @@ extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, in
     StoreU32(dst + l.mean, static_cast<uint32_t>(mean));
 
     const size_t S1 = l.S;
-    YUV2RGB_LUTX4_NEON_MT(dst, frame + static_cast<size_t>(height) * static_cast<size_t>(stride), dst + 3 * S1,
-                          dst + 2 * S1, dst + S1, set, l.w2, l.h2, stride, l.s2);
-    if ((l.w2 & 1) && (l.h2 & 1)) return;  // refused by the conversion: planes and histograms unwritten
+    const tocra::RgbPlanes planes{dst, chroma, dst + 3 * S1, dst + 2 * S1, dst + S1, l.s2, stride};
+    tocra::Yuv2RgbFourBands(planes, set, l.w2, l.h2, tocra::RowAfter::kRepeat, frameEnd);
+    // A band the conversion refused left its counters as they were: the R,
+    // G and B histograms are then left unwritten, as after a whole refusal.
+    for (int k = 0; k < tocra::kBandTasks; ++k) {
+        if (tocra::Yuv2RgbRefused(l.w2, tocra::QuarterBand(l.h2, k).rows)) return;
+    }
     uint32_t merged[3][256];
     for (int c = 0; c < 3; ++c) {  // c: 0 R, 1 G, 2 B; a band's set is B, G, R
         const int ch = 2 - c;

@@ -8,6 +8,7 @@
 
 #include "brimvel_tocra.h"
 #include "frame/log.h"
+#include "frame/platform.h"
 
 extern "C" void* MultiThreadDataCopy(void* record) {
     const tagST_COPY_BAND* band = static_cast<const tagST_COPY_BAND*>(record);
@@ -35,16 +36,14 @@ extern "C" int imgDataCopy(const uint8_t* src, uint8_t* dst, int srcPitch, int h
         bands[b] = {src + static_cast<ptrdiff_t>(srcPitch) * rowOffset, dst + static_cast<ptrdiff_t>(dstPitch) * rowOffset,
                     srcPitch, dstPitch, q};
     }
+    // A band whose thread cannot be started is logged and left uncopied;
+    // only the fourth start decides the result.
     for (int b = 0; b < 4; ++b) {
-        started[b] = pthread_create(&threads[b], nullptr, MultiThreadDataCopy, &bands[b]) == 0;
-        if (!started[b]) {
-            TOCRA_LOGI("i = %d", b);
-            // A band whose thread could not start is copied here, so that a
-            // successful return always means the whole copy was made.
-            if (b < 3) MultiThreadDataCopy(&bands[b]);
-        }
+        started[b] = platform_thread_create(&threads[b], nullptr, MultiThreadDataCopy, &bands[b]) == 0;
+        if (!started[b]) TOCRA_LOGI("i = %d", b);
     }
-    // Only threads that exist are joined.
+    // Only threads that exist are joined: a handle whose creation failed
+    // holds nothing to wait for.
     for (int b = 0; b < 4; ++b) {
         if (started[b]) pthread_join(threads[b], nullptr);
     }
@@ -65,7 +64,7 @@ extern "C" int create_thread_lock(void* (*fn)(void*), void* arg, int n) {
     for (int i = 0; i < n; ++i) {
         records[i].index = i;
         records[i].arg = arg;
-        if (pthread_create(&records[i].thread, nullptr, fn, &records[i]) != 0) {
+        if (platform_thread_create(&records[i].thread, nullptr, fn, &records[i]) != 0) {
             TOCRA_LOGE("Thread Create Failed!");
             // The threads already started still read their records: join
             // them before the records go.
@@ -118,7 +117,7 @@ extern "C" int create_thread_unlock(void* (*fn)(void*), void* arg, int n) {
         // The handle goes into a local: the thread may finish, and free its
         // record, before pthread_create returns.
         pthread_t handle;
-        const int rc = pthread_create(&handle, &attr, RunOwned, owned);
+        const int rc = platform_thread_create(&handle, &attr, RunOwned, owned);
         pthread_attr_destroy(&attr);
         if (rc != 0) {
             TOCRA_LOGE("Thread Create Failed!");

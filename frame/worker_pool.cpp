@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "brimvel_tocra.h"
+#include "frame/platform.h"
 
 namespace {
 
@@ -95,7 +96,7 @@ extern "C" int MultiThread_Init(int n) {
         s.quit = 0;
         s.callback = nullptr;
         s.arg = nullptr;
-        if (pthread_create(&s.thread, &attr, Worker, &s.index) != 0) {
+        if (platform_thread_create(&s.thread, &attr, Worker, &s.index) != 0) {
             sem_destroy(&s.semStart);
             sem_destroy(&s.semDone);
             printf("[%s] Create Thread Failed!", "MultiThread_Init");

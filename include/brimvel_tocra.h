@@ -272,8 +272,30 @@ TOCRA_STATIC_ASSERT(offsetof(BoxfilterYuvParams, width) == 49, "histogram reques
 TOCRA_STATIC_ASSERT(offsetof(BoxfilterYuvParams, height) == 53, "histogram request layout");
 TOCRA_STATIC_ASSERT(offsetof(BoxfilterYuvParams, stride) == 57, "histogram request layout");
 
+/* The frame is height * stride luma bytes followed by the chroma plane
+ * (height / 2 rows of stride bytes); the result is as laid out in the README.
+ * Every read and write stays inside those two buffers. */
 TOCRA_API int BoxfilterYuv2RgbHist_TocraAPI(BoxfilterYuvParams* params);
 TOCRA_API void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, int width, int height, int stride);
+/* Colour conversion of `rows` rows of `width` pixels, with 2x2-block
+ * histograms (B, G, R) in hist. A width and a row count that are both odd
+ * are refused: "YUV2RGBX4_LUT_NEON height and width % 2 != 0." is logged
+ * and nothing is written, the counters included. Otherwise rows and pixels
+ * are taken in pairs, so the caller provides, besides rows x width:
+ *   - with an odd row count, row `rows` of y and uv (read) and of b, g and r
+ *     (written);
+ *   - with an odd width, in every row, luma byte `width` and chroma bytes
+ *     2 width and 2 width + 1 (read), and byte `width` of b, g and r
+ *     (written; with stride == width that is the next row's first byte).
+ * YUV2RGB_LUTX4_NEON_MT runs the kernel on four bands of height / 4 rows
+ * (the last takes the rest), each into its own 768 counters of hist. Each
+ * band goes through the size check on its own: with an odd width, every band
+ * of an odd row count logs the line and leaves its rows and its counters
+ * as they were. A band 0..2 of an odd row count reads the next band's first
+ * row for its last blocks and leaves the writing of it to that band; the
+ * last band of an odd row count reads and writes row `height`. Where two
+ * bands would write the same byte (column `width` of a band's last row when
+ * stride == width), the later band's value stands. */
 TOCRA_API void YUV2RGB_LUTX4_NEON(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r,
                                   uint32_t* hist, int width, int rows, int stride, int uvStride);
 TOCRA_API int YUV2RGB_LUTX4_NEON_MT(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r,
@@ -313,6 +335,20 @@ TOCRA_API void CalcJointPoint(const uint32_t* cumB, const uint32_t* cumA, int32_
 /* x4 scaling and up-scale error                                             */
 /* ------------------------------------------------------------------------ */
 
+/* x2 down-scale by rounded 2x2 means: output row r / 2 from source rows
+ * r, r + 1 (r = 0, 2, ... below `rows`), output column x from source
+ * columns 2x, 2x + 1 (2x below `width`). So the caller provides, besides
+ * rows x width: with an odd row count, row `rows` of the source; with an odd
+ * width, the byte at column `width` of every row read (the padding, or the
+ * next row's first byte). ceil(rows / 2) output rows are written, each with
+ * ceil(width / 2) bytes but never more than dstStride.
+ * DownScaleX4_Neon_MT: four bands of band = height / 4 source rows (the last
+ * takes the rest); band k writes from output row k * (band / 2). With an odd
+ * band, the last pair of bands 0..2 reads the next band's first row and
+ * makes the same output row as the next band's first pair: the later band's
+ * value stands. The last band, with an odd row count, reads row `height`.
+ * Odd bands also leave the last output rows unwritten (a height of 12 writes
+ * rows 0..4 only): use heights that are multiples of 8 for a plain halving. */
 TOCRA_API void Neon_DownScaleX4(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride);
 TOCRA_API int DownScaleX4_Neon_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride,
                                   int dstStride);

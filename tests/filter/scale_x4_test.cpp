@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <vector>
 
@@ -15,32 +17,107 @@ TEST(DownScale, PlainAndVectorAgreeOnEveryTailAndOddSize) {
         for (int rows : {1, 2, 3, 5, 6}) {
             for (int pad : {0, 1, 9}) {
                 const int srcStride = w + pad, dstStride = (w + 1) / 2 + 3;
-                const auto src = RandomBytes(static_cast<size_t>(srcStride) * rows, w * 17 + rows + pad);
+                // Room for the row after an odd row count and the byte after an odd width.
+                const auto src = RandomBytes(static_cast<size_t>(srcStride) * (rows + 1) + 1, w * 17 + rows + pad);
                 std::vector<uint8_t> a(static_cast<size_t>(dstStride) * ((rows + 1) / 2), 0x11), b = a;
                 tocra::DownScaleX4_C(src.data(), rows, w, a.data(), srcStride, dstStride);
                 Neon_DownScaleX4(src.data(), rows, w, b.data(), srcStride, dstStride);
                 ASSERT_EQ(a, b) << w << "x" << rows << " pad " << pad;
+                // A readable end just before the last pair's byte at column w.
+                const uint8_t* end = src.data() + static_cast<size_t>(srcStride) * ((rows + 1) / 2 * 2 - 1) + w;
+                tocra::DownScaleX4_C(src.data(), rows, w, a.data(), srcStride, dstStride, end);
+                tocra::DownScaleX4_Neon(src.data(), rows, w, b.data(), srcStride, dstStride, end);
+                ASSERT_EQ(a, b) << w << "x" << rows << " pad " << pad << " bounded";
             }
         }
     }
 }
 
 TEST(DownScale, RoundedMeanOfEachBlockAndTheOddEdges) {
-    // 3 x 3 source with stride 4: the odd column reads the padding byte, the
-    // odd row repeats the last row.
-    const uint8_t src[] = {10, 11, 20, 40,  //
-                           12, 14, 30, 50,  //
-                           100, 0, 200, 7};
+    // 3 x 3 source with stride 4 and the row after it: the odd column reads
+    // the padding byte, the odd row's pair is the row after.
+    const uint8_t src[] = {10, 11, 20, 40,   //
+                           12, 14, 30, 50,   //
+                           100, 0, 200, 7,   //
+                           60, 80, 90, 255};
     uint8_t dst[4] = {};
     Neon_DownScaleX4(src, 3, 3, dst, 4, 2);
-    EXPECT_EQ(dst[0], (10 + 11 + 12 + 14 + 2) >> 2);
-    EXPECT_EQ(dst[1], (20 + 40 + 30 + 50 + 2) >> 2);
-    EXPECT_EQ(dst[2], (100 + 0 + 100 + 0 + 2) >> 2);
-    EXPECT_EQ(dst[3], (200 + 7 + 200 + 7 + 2) >> 2);
-    // Without padding the last pixel stands in for the missing one.
-    const uint8_t tight[] = {10, 11, 20, 12, 14, 30};
+    EXPECT_EQ(dst[0], 12);   // (10 + 11 + 12 + 14 + 2) >> 2
+    EXPECT_EQ(dst[1], 35);   // (20 + 40 + 30 + 50 + 2) >> 2
+    EXPECT_EQ(dst[2], 60);   // (100 + 0 + 60 + 80 + 2) >> 2
+    EXPECT_EQ(dst[3], 138);  // (200 + 7 + 90 + 255 + 2) >> 2
+    // Without padding, column 3 of a row is the next row's first byte.
+    const uint8_t tight[] = {10, 11, 20, 12, 14, 30, 77};
     Neon_DownScaleX4(tight, 2, 3, dst, 3, 2);
-    EXPECT_EQ(dst[1], (20 + 20 + 30 + 30 + 2) >> 2);
+    EXPECT_EQ(dst[1], 35);  // (20 + 12 + 30 + 77 + 2) >> 2
+    // Where the readable end cuts that byte, the byte to its left stands in.
+    tocra::DownScaleX4_Neon(tight, 2, 3, dst, 3, 2, tight + 6);
+    EXPECT_EQ(dst[1], 23);  // (20 + 12 + 30 + 30 + 2) >> 2
+}
+
+// The band split by its definition: bands in order, each pair written where
+// its band puts it, so a later band overwrites an earlier one. Returns the
+// number of source bytes read (one past the last).
+size_t BandsByDefinition(const std::vector<uint8_t>& src, int h, int w, int ss, std::vector<uint8_t>& dst, int ds) {
+    size_t used = 0;
+    auto at = [&](int row, int col) {
+        const size_t i = static_cast<size_t>(row) * ss + col;
+        used = std::max(used, i + 1);
+        return static_cast<int>(src[i]);
+    };
+    const int band = h / 4;
+    for (int k = 0; k < 4; ++k) {
+        const int first = k * band, rows = k < 3 ? band : h - 3 * band;
+        for (int r = 0; r < rows; r += 2) {
+            for (int x = 0; 2 * x < w; ++x) {
+                const int y = first + r, c = 2 * x;
+                dst[static_cast<size_t>(k * (band >> 1) + r / 2) * ds + x] =
+                    static_cast<uint8_t>((at(y, c) + at(y, c + 1) + at(y + 1, c) + at(y + 1, c + 1) + 2) >> 2);
+            }
+        }
+    }
+    return used;
+}
+
+TEST(DownScale, BandsFollowTheirDefinitionOnOddAndSmallSizes) {
+    filter_test::StartPool();
+    for (int h = 1; h <= 13; ++h) {
+        for (int w = 1; w <= 13; ++w) {
+            for (int pad : {0, 1}) {
+                const int ss = w + pad, ds = (w + 1) / 2 + 2;
+                // The source ends exactly after the last byte the definition reads.
+                std::vector<uint8_t> big = RandomBytes(static_cast<size_t>(ss) * (h + 2), h * 31 + w + pad);
+                std::vector<uint8_t> want(static_cast<size_t>(ds) * ((h + 1) / 2), 0xEE);
+                const size_t used = BandsByDefinition(big, h, w, ss, want, ds);
+                const std::vector<uint8_t> src(big.begin(), big.begin() + static_cast<std::ptrdiff_t>(used));
+                std::vector<uint8_t> got(want.size(), 0xEE);
+                ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), got.data(), h, w, ss, ds), 0);
+                ASSERT_EQ(got, want) << w << "x" << h << " pad " << pad;
+            }
+        }
+    }
+    filter_test::StopPool();
+}
+
+TEST(DownScale, HandWorkedOddBandsAndTheRowAfter) {
+    filter_test::StartPool();
+    // Height 6, width 3, stride 3: bands of 1 row, the last of rows 3..5.
+    // Every band writes from output row 0, so the last band's rows stand:
+    // pairs (3, 4) and (5, 6), row 6 being the row after the image. Column
+    // 3 of a row is the next row's first byte; after row 6 comes byte 21.
+    std::vector<uint8_t> src(22);
+    for (int r = 0; r < 7; ++r)
+        for (int c = 0; c < 3; ++c) src[r * 3 + c] = static_cast<uint8_t>(10 * r + c);
+    src[21] = 99;
+    std::vector<uint8_t> dst(2 * 3, 0xEE);
+    ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 6, 3, 3, 2), 0);
+    EXPECT_EQ(dst[0], 36);    // (30 + 31 + 40 + 41 + 2) >> 2
+    EXPECT_EQ(dst[1], 41);    // (32 + 40 + 42 + 50 + 2) >> 2
+    EXPECT_EQ(dst[2], 56);    // (50 + 51 + 60 + 61 + 2) >> 2
+    EXPECT_EQ(dst[3], 68);    // (52 + 60 + 62 + 99 + 2) >> 2
+    EXPECT_EQ(dst[4], 0xEE);  // output row 2 is nobody's
+    EXPECT_EQ(dst[5], 0xEE);
+    filter_test::StopPool();
 }
 
 TEST(DownScale, BandsMatchTheWholePlaneAndOddBandsHaveOneWriterPerRow) {
@@ -48,18 +125,18 @@ TEST(DownScale, BandsMatchTheWholePlaneAndOddBandsHaveOneWriterPerRow) {
     // Even bands (and heights below 4, all in the last band) give the whole-plane result.
     for (int h : {8, 16, 40, 2, 3}) {
         const int w = 37, srcStride = 40, dstStride = 24;
-        const auto src = RandomBytes(static_cast<size_t>(srcStride) * h, h);
+        const auto src = RandomBytes(static_cast<size_t>(srcStride) * (h + 1), h);
         std::vector<uint8_t> a(static_cast<size_t>(dstStride) * h, 0), b = a;
         tocra::DownScaleX4_C(src.data(), h, w, a.data(), srcStride, dstStride);
         ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), b.data(), h, w, srcStride, dstStride), 0);
         ASSERT_EQ(a, b) << h;
     }
-    // Height 12: bands of 3 rows; rows come from pairs (0,1) (3,4) (6,7) (9,10) (11,11).
+    // Height 12: bands of 3 rows; rows come from pairs (0,1) (3,4) (6,7) (9,10) (11,12).
     const int w = 16, h = 12;
-    const auto src = RandomBytes(static_cast<size_t>(w) * h, 99);
+    const auto src = RandomBytes(static_cast<size_t>(w) * (h + 1), 99);
     std::vector<uint8_t> dst(8 * 6, 0xAB);
     ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), h, w, w, 8), 0);
-    const int pairs[5][2] = {{0, 1}, {3, 4}, {6, 7}, {9, 10}, {11, 11}};
+    const int pairs[5][2] = {{0, 1}, {3, 4}, {6, 7}, {9, 10}, {11, 12}};
     for (int r = 0; r < 5; ++r) {
         std::vector<uint8_t> two(2 * w);
         memcpy(two.data(), &src[pairs[r][0] * w], w);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -9,15 +10,26 @@ namespace {
 using tocra_test::Logged;
 using tocra_test::RandomBytes;
 
+const char kRefused[] = "YUV2RGBX4_LUT_NEON height and width % 2 != 0.";
+
 struct Px {
     uint8_t b, g, r;
 };
 
+// B, G and R of one pixel by the formulas, u = U - 128, v = V - 128.
+Px Formula(int Y, int U, int V) {
+    auto clamp = [](int c) { return static_cast<uint8_t>(std::min(255, std::max(0, c))); };
+    const int u = U - 128, v = V - 128;
+    return Px{clamp((64 * Y + 113 * u + 32) >> 6), clamp((64 * Y - 22 * u - 46 * v + 32) >> 6),
+              clamp((64 * Y + 90 * v + 32) >> 6)};
+}
+
 Px One(uint8_t y, uint8_t u, uint8_t v) {
-    const uint8_t luma[2] = {y, y}, uv[4] = {u, v, u, v};
-    uint8_t b[2], g[2], r[2];
+    // Width 1: the pair of pixels is columns 0 and 1, so rows hold 2 pixels.
+    const uint8_t luma[4] = {y, y, y, y}, uv[8] = {u, v, u, v, u, v, u, v};
+    uint8_t b[4], g[4], r[4];
     uint32_t hist[768];
-    YUV2RGB_LUTX4_NEON(luma, uv, b, g, r, hist, 1, 2, 1, 2);  // rows 1 byte, chroma rows 2 bytes apart
+    YUV2RGB_LUTX4_NEON(luma, uv, b, g, r, hist, 1, 2, 2, 4);
     return Px{b[0], g[0], r[0]};
 }
 
@@ -55,36 +67,149 @@ TEST(Yuv2Rgb, BlockHistogramCountsRoundedMeans) {
 }
 
 TEST(Yuv2Rgb, PlainAndVectorBandsAgree) {
+    using tocra::RowAfter;
     for (int w = 1; w <= 50; ++w) {
         for (int rows : {1, 2, 3, 4, 5}) {
-            for (int below : {0, 1}) {
-                const int stride = w + 3, uvStride = 2 * w + 6, total = rows + below;
-                const auto y = RandomBytes(static_cast<size_t>(stride) * total, w * 11 + rows);
-                const auto uv = RandomBytes(static_cast<size_t>(uvStride) * total, w * 13 + rows);
-                std::vector<uint8_t> out1(static_cast<size_t>(stride) * total * 3, 0x77), out2 = out1;
-                std::vector<uint32_t> h1(768, 1), h2(768, 2);
-                const size_t plane = static_cast<size_t>(stride) * total;
-                tocra::Yuv2RgbBand_C(y.data(), uv.data(), &out1[0], &out1[plane], &out1[2 * plane], h1.data(), w, rows,
-                                     below, stride, uvStride);
-                tocra::Yuv2RgbBand_Neon(y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane], h2.data(), w,
-                                        rows, below, stride, uvStride);
-                ASSERT_EQ(out1, out2) << w << "x" << rows;
-                ASSERT_EQ(h1, h2) << w << "x" << rows;
-                if (below) {
-                    EXPECT_EQ(out1[static_cast<size_t>(rows) * stride], 0x77) << "row below is read, not written";
+            for (RowAfter after : {RowAfter::kReadWrite, RowAfter::kRead, RowAfter::kRepeat}) {
+                for (int tight : {0, 1}) {
+                    const int stride = tight ? w : w + 3, uvStride = tight ? 2 * w : 2 * w + 6, total = rows + 2;
+                    const auto y = RandomBytes(static_cast<size_t>(stride) * total, w * 11 + rows);
+                    const auto uv = RandomBytes(static_cast<size_t>(uvStride) * total, w * 13 + rows);
+                    const size_t plane = static_cast<size_t>(stride) * total;
+                    // Without a bound, and with one that cuts the last chroma row's pair `w`.
+                    const uint8_t* ends[2] = {nullptr, uv.data() + static_cast<size_t>(uvStride) * (rows - 1) + 2 * w};
+                    for (const uint8_t* uvEnd : ends) {
+                        std::vector<uint8_t> out1(plane * 3, 0x77), out2 = out1;
+                        std::vector<uint32_t> h1(768, 1), h2(768, 2);
+                        tocra::Yuv2RgbBand_C({y.data(), uv.data(), &out1[0], &out1[plane], &out1[2 * plane], stride,
+                                              uvStride},
+                                             h1.data(), w, rows, after, uvEnd);
+                        tocra::Yuv2RgbBand_Neon({y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane],
+                                                 stride, uvStride},
+                                                h2.data(), w, rows, after, uvEnd);
+                        ASSERT_EQ(out1, out2) << w << "x" << rows << " tight " << tight;
+                        ASSERT_EQ(h1, h2) << w << "x" << rows << " tight " << tight;
+                        if (after != RowAfter::kReadWrite) {
+                            // A band that keeps to its rows writes nothing past its last row.
+                            const size_t own = static_cast<size_t>(stride) * rows;
+                            for (size_t i = own; i < plane; ++i) ASSERT_EQ(out1[i], 0x77) << w << "x" << rows;
+                        }
+                    }
                 }
             }
         }
     }
 }
 
-TEST(Yuv2Rgb, OddBandsBorrowTheNextBandsFirstRowForTheirLastBlock) {
+// The conversion by its definition, on `bands` bands split as the four-band
+// form splits them (1: the kernel on all rows): bands in order; a band whose
+// row count and width are both odd is skipped and counted; every other band
+// clears its counters, converts and writes every pixel of its row pairs
+// (the row after an odd row count, column `width` of an odd width) and
+// counts every 2x2 block. Records one past the last byte used in each plane.
+struct Planes {
+    std::vector<uint8_t> y, uv, b, g, r;
+    std::vector<uint32_t> set = std::vector<uint32_t>(4 * 768, 0xA5A5A5A5u);
+    size_t usedY = 1, usedUV = 1;
+};
+
+int ConvertByDefinition(Planes& p, int w, int h, int stride, int uvStride, int bands) {
+    int refused = 0;
+    const int band = bands == 1 ? h : h / 4;
+    for (int k = 0; k < bands; ++k) {
+        const int first = k * band, rows = k < bands - 1 ? band : h - (bands - 1) * band;
+        if ((w & 1) && (rows & 1)) {
+            ++refused;
+            continue;
+        }
+        uint32_t* hist = &p.set[768 * k];
+        std::fill(hist, hist + 768, 0u);
+        for (int rr = 0; rr < rows; rr += 2) {
+            for (int x = 0; x < w; x += 2) {
+                int sum[3] = {0, 0, 0};
+                for (int dy = 0; dy < 2; ++dy) {
+                    for (int dx = 0; dx < 2; ++dx) {
+                        const size_t yi = static_cast<size_t>(first + rr + dy) * stride + x + dx;
+                        const size_t ci = static_cast<size_t>(first + rr + dy) * uvStride + 2 * (x + dx);
+                        p.usedY = std::max(p.usedY, yi + 1);
+                        p.usedUV = std::max(p.usedUV, ci + 2);
+                        const Px px = Formula(p.y[yi], p.uv[ci], p.uv[ci + 1]);
+                        p.b[yi] = px.b, p.g[yi] = px.g, p.r[yi] = px.r;
+                        sum[0] += px.b, sum[1] += px.g, sum[2] += px.r;
+                    }
+                }
+                for (int c = 0; c < 3; ++c) ++hist[256 * c + ((sum[c] + 2) >> 2)];
+            }
+        }
+        for (int c = 0; c < 3; ++c)
+            for (int v = 1; v < 256; ++v) hist[256 * c + v] += hist[256 * c + v - 1];
+    }
+    return refused;
+}
+
+Planes RandomPlanes(int w, int h, int stride, int uvStride) {
+    Planes p;
+    p.y = RandomBytes(static_cast<size_t>(stride) * (h + 2), w * 7 + h);
+    p.uv = RandomBytes(static_cast<size_t>(uvStride) * (h + 2), w * 5 + h);
+    p.b.assign(p.y.size(), 0x5A);
+    p.g = p.b;
+    p.r = p.b;
+    return p;
+}
+
+// Copies of the first `used` bytes: planes that end where the reads end.
+std::vector<uint8_t> Head(const std::vector<uint8_t>& v, size_t used) {
+    return std::vector<uint8_t>(v.begin(), v.begin() + static_cast<std::ptrdiff_t>(used));
+}
+
+TEST(Yuv2Rgb, KernelAndBandsFollowTheirDefinitionOnOddAndSmallSizes) {
+    filter_test::StartPool();
+    for (int h = 1; h <= 13; ++h) {
+        for (int w = 1; w <= 9; ++w) {
+            for (int tight : {1, 0}) {
+                const int stride = tight ? w : w + 1, uvStride = tight ? 2 * w : 2 * w + 3;
+                for (int bands : {1, 4}) {
+                    Planes want = RandomPlanes(w, h, stride, uvStride);
+                    Planes got;
+                    got.y = want.y;
+                    got.uv = want.uv;
+                    const int refused = ConvertByDefinition(want, w, h, stride, uvStride, bands);
+                    got.y = Head(got.y, want.usedY);
+                    got.uv = Head(got.uv, want.usedUV);
+                    got.b.assign(want.usedY, 0x5A);
+                    got.g = got.b;
+                    got.r = got.b;
+                    tocra_test::ClearLog();
+                    if (bands == 1) {
+                        YUV2RGB_LUTX4_NEON(got.y.data(), got.uv.data(), got.b.data(), got.g.data(), got.r.data(),
+                                           got.set.data(), w, h, stride, uvStride);
+                    } else {
+                        ASSERT_EQ(YUV2RGB_LUTX4_NEON_MT(got.y.data(), got.uv.data(), got.b.data(), got.g.data(),
+                                                        got.r.data(), got.set.data(), w, h, uvStride, stride),
+                                  0);
+                    }
+                    const std::string at = std::to_string(w) + "x" + std::to_string(h) + " tight " +
+                                           std::to_string(tight) + " bands " + std::to_string(bands);
+                    ASSERT_EQ(got.b, Head(want.b, want.usedY)) << at;
+                    ASSERT_EQ(got.g, Head(want.g, want.usedY)) << at;
+                    ASSERT_EQ(got.r, Head(want.r, want.usedY)) << at;
+                    ASSERT_EQ(got.set, want.set) << at;
+                    ASSERT_EQ(tocra_test::CountLogged(kRefused), refused) << at;
+                }
+            }
+        }
+    }
+    filter_test::StopPool();
+}
+
+TEST(Yuv2Rgb, OddBandsBorrowTheNextBandsFirstRowAndTheLastWritesTheRowAfter) {
     filter_test::StartPool();
     // Height 6: bands 1, 1, 1, 3 rows. Band k < 3 counts the block of rows
-    // (k, k + 1); band 3 counts (3, 4) and (5, 5).
+    // (k, k + 1); band 3 counts (3, 4) and (5, 6), row 6 being the row
+    // after the plane, which it converts as well.
     const int w = 4, h = 6;
-    std::vector<uint8_t> y(w * h), uv(2 * w * h, 128), b(w * h), g(w * h), r(w * h);
-    for (int row = 0; row < h; ++row)
+    std::vector<uint8_t> y(w * (h + 1)), uv(2 * w * (h + 1), 128), b(y.size()), g(y.size()), r(y.size());
+    for (int row = 0; row <= h; ++row)
         for (int x = 0; x < w; ++x) y[row * w + x] = static_cast<uint8_t>(40 * row);
     std::vector<uint32_t> set(4 * 768, 0xFFFFFFFF);
     ASSERT_EQ(YUV2RGB_LUTX4_NEON_MT(y.data(), uv.data(), b.data(), g.data(), r.data(), set.data(), w, h, 2 * w, w), 0);
@@ -98,28 +223,46 @@ TEST(Yuv2Rgb, OddBandsBorrowTheNextBandsFirstRowForTheirLastBlock) {
         EXPECT_EQ(set[768 * k + 255], 2u) << k;
     }
     EXPECT_EQ(set[768 * 3 + 139], 0u);
-    EXPECT_EQ(set[768 * 3 + 140], 2u);  // rows 3, 4: (120 + 160) / 2
-    EXPECT_EQ(set[768 * 3 + 200], 4u);  // row 5 repeated
+    EXPECT_EQ(set[768 * 3 + 140], 2u);  // rows 3, 4: (2 * 120 + 2 * 160 + 2) >> 2
+    EXPECT_EQ(set[768 * 3 + 219], 2u);
+    EXPECT_EQ(set[768 * 3 + 220], 4u);  // rows 5, 6: (2 * 200 + 2 * 240 + 2) >> 2
     filter_test::StopPool();
 }
 
-TEST(Yuv2Rgb, BothOddIsRefusedOneOddIsProcessed) {
-    std::vector<uint8_t> y(64, 50), uv(128, 128), b(64, 1), g(64, 1), r(64, 1);
+TEST(Yuv2Rgb, EachBandOfOddHeightIsRefusedOnItsOwnWithAnOddWidth) {
+    filter_test::StartPool();
+    std::vector<uint8_t> y(80, 50), uv(160, 128), b(80, 1), g(80, 1), r(80, 1);
     std::vector<uint32_t> set(4 * 768, 9);
+    // Width 5, height 7: bands of 1, 1, 1 and 4 rows; the three odd ones
+    // refuse, the last converts rows 3..6 (columns 0..5).
     tocra_test::ClearLog();
     EXPECT_EQ(YUV2RGB_LUTX4_NEON_MT(y.data(), uv.data(), b.data(), g.data(), r.data(), set.data(), 5, 7, 16, 8), 0);
-    EXPECT_TRUE(Logged(6, "YUV2RGBX4_LUT_NEON height and width % 2 != 0."));
-    EXPECT_EQ(b, std::vector<uint8_t>(64, 1));
-    EXPECT_EQ(set, std::vector<uint32_t>(4 * 768, 9));
-    YUV2RGB_LUTX4_NEON(y.data(), uv.data(), b.data(), g.data(), r.data(), set.data(), 3, 3, 8, 16);
-    EXPECT_EQ(b, std::vector<uint8_t>(64, 1));
+    EXPECT_EQ(tocra_test::CountLogged(kRefused), 3);
+    EXPECT_TRUE(Logged(6, kRefused));
+    for (int i = 0; i < 80; ++i) {
+        const int row = i / 8, col = i % 8;
+        ASSERT_EQ(b[i], row >= 3 && row <= 6 && col <= 5 ? 50 : 1) << row << "," << col;
+    }
+    EXPECT_EQ(std::vector<uint32_t>(set.begin(), set.begin() + 3 * 768), std::vector<uint32_t>(3 * 768, 9));
+    EXPECT_EQ(set[3 * 768 + 255], 6u);  // 2 x 3 blocks
+    // Width 5, height 6: bands of 1, 1, 1 and 3 rows, all refused.
+    std::fill(b.begin(), b.end(), 1);
+    std::fill(set.begin(), set.end(), 9);
+    tocra_test::ClearLog();
     EXPECT_EQ(YUV2RGB_LUTX4_NEON_MT(y.data(), uv.data(), b.data(), g.data(), r.data(), set.data(), 5, 6, 16, 8), 0);
-    EXPECT_EQ(b[4], 50);
-    EXPECT_EQ(b[5], 1);
-    EXPECT_EQ(set[3 * 768 + 255], 6u);  // band 3: 3 rows x 5 columns -> 2 x 3 blocks
+    EXPECT_EQ(tocra_test::CountLogged(kRefused), 4);
+    EXPECT_EQ(b, std::vector<uint8_t>(80, 1));
+    EXPECT_EQ(set, std::vector<uint32_t>(4 * 768, 9));
+    // The kernel on its own: 3 x 3 refused, counters untouched.
+    tocra_test::ClearLog();
+    YUV2RGB_LUTX4_NEON(y.data(), uv.data(), b.data(), g.data(), r.data(), set.data(), 3, 3, 8, 16);
+    EXPECT_EQ(tocra_test::CountLogged(kRefused), 1);
+    EXPECT_EQ(b, std::vector<uint8_t>(80, 1));
+    EXPECT_EQ(set, std::vector<uint32_t>(4 * 768, 9));
     EXPECT_EQ(YUV2RGB_LUTX4_NEON_MT(y.data(), nullptr, b.data(), g.data(), r.data(), set.data(), 4, 4, 16, 8), -998);
     EXPECT_EQ(YUV2RGB_LUTX4_NEON_MT(y.data(), uv.data(), b.data(), g.data(), r.data(), set.data(), 4, 4, 7, 8), -998);
     EXPECT_TRUE(Logged(6, "YUV2RGB_LUTX4_NEON_MT invalid input: width[4] rows[4] stride[8] uvStride[7]\n"));
+    filter_test::StopPool();
 }
 
 // ---- the histogram entry point --------------------------------------------
@@ -133,11 +276,14 @@ struct YuvRequest {
     BoxfilterYuvParams p{};
     std::string out;
 
-    YuvRequest(int width, int height, int strideBytes, int faceNum = 0, int ratio = 100)
+    // exact: the frame ends where its chroma plane ends and the result where
+    // its mean word ends; otherwise both have room to spare.
+    YuvRequest(int width, int height, int strideBytes, int faceNum = 0, int ratio = 100, bool exact = false)
         : w(width), h(height), stride(strideBytes), mapStride(((width / 2) + 127) & ~127) {
-        frame = RandomBytes(static_cast<size_t>(stride) * h * 2, width + height);
+        const size_t frameRows = exact ? h + h / 2 : 2 * h;
+        frame = RandomBytes(static_cast<size_t>(stride) * frameRows, width + height);
         const size_t S = static_cast<size_t>(h / 2) * (((w / 2) + 127) & ~127);
-        dest.assign(4 * S + 4096 + static_cast<size_t>(h) * stride + 4 + 64, 0xC3);
+        dest.assign(4 * S + 4096 + static_cast<size_t>(h) * stride + 4 + (exact ? 0 : 64), 0xC3);
         map.assign(static_cast<size_t>(mapStride) * (h / 2), 0);
         faces.assign(faceNum > 0 ? faceNum : 1, FaceInfo{});
         for (auto& f : faces) f.left = 4, f.top = 4, f.right = 40, f.bottom = 40;
@@ -256,16 +402,178 @@ TEST(YuvHistApi, FacesAreSmoothedOnA255Background) {
     EXPECT_LT(edge, 255);
 }
 
-TEST(YuvHistApi, OddHalfSizeInBothDirectionsLeavesTheColourUnwritten) {
-    // 2 x 2 frame pixels per half-size pixel: 50 x 38 gives 25 x 19.
+// The whole result by its definition, on a copy of the result buffer as the
+// caller handed it over, for a frame that ends where its chroma plane ends.
+// Steps in order, bands in order (a later band overwrites an earlier one).
+// The two places where the definition would read past the frame take the
+// library's stand-ins: a down-scale byte past the end takes the byte to its
+// left; a colour pixel whose chroma pair lies past the end is not written
+// and the pixel to its left takes its place in the block. The colour
+// conversion's last band pairs an odd last row with itself and does not
+// write it twice. Returns the number of refused colour bands.
+int ResultByDefinition(const std::vector<uint8_t>& frame, std::vector<uint8_t>& d, int w, int h, int stride) {
+    const int w2 = w / 2, h2 = h / 2, s2 = (w2 + 127) & ~127;
+    const size_t S = static_cast<size_t>(h2) * s2, N = frame.size();
+    auto F = [&](size_t i) { return static_cast<int>(frame[i]); };
+
+    int band = h / 4;
+    for (int k = 0; k < 4; ++k) {
+        const int first = k * band, rows = k < 3 ? band : h - 3 * band;
+        for (int r = 0; r < rows; r += 2) {
+            for (int x = 0; 2 * x < w; ++x) {
+                const size_t t = static_cast<size_t>(first + r) * stride + 2 * x, bt = t + stride;
+                const int last = bt + 1 < N ? F(bt + 1) : F(bt);
+                d[static_cast<size_t>(k * (band >> 1) + r / 2) * s2 + x] =
+                    static_cast<uint8_t>((F(t) + F(t + 1) + F(bt) + last + 2) >> 2);
+            }
+        }
+    }
+
+    // Error plane: the frame's luma minus the half-size luma brought back up
+    // (up-scale taken as the peer), over the plane as it was.
+    const size_t err = 4 * S + 4096;
+    std::vector<uint8_t> up(d.begin() + static_cast<std::ptrdiff_t>(err),
+                            d.begin() + static_cast<std::ptrdiff_t>(err + static_cast<size_t>(h) * stride));
+    MT_UpScale4X_NEON(d.data(), h2, w2, s2, stride, up.data());
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const size_t i = static_cast<size_t>(y) * stride + x;
+            up[i] = static_cast<uint8_t>(std::min(127, std::max(-128, F(i) - up[i])));
+        }
+    std::copy(up.begin(), up.end(), d.begin() + static_cast<std::ptrdiff_t>(err));
+
+    uint32_t lcum[256] = {};
+    uint32_t sum = 0;
+    for (int y = 0; y < h2; ++y)
+        for (int x = 0; x < w2; ++x) {
+            const uint8_t v = d[static_cast<size_t>(y) * s2 + x];
+            sum += v;
+            for (int l = v; l < 256; ++l) ++lcum[l];
+        }
+    memcpy(&d[4 * S], lcum, sizeof(lcum));
+    const int32_t mean = static_cast<int32_t>(sum + static_cast<uint32_t>(S / 2)) / static_cast<int32_t>(S);
+    memcpy(&d[err + static_cast<size_t>(h) * stride], &mean, 4);
+
+    const size_t chroma = static_cast<size_t>(h) * stride;
+    uint32_t hist[3][256] = {};  // R, G, B over all bands
+    int refused = 0;
+    band = h2 / 4;
+    for (int k = 0; k < 4; ++k) {
+        const int first = k * band, rows = k < 3 ? band : h2 - 3 * band;
+        if ((w2 & 1) && (rows & 1)) {
+            ++refused;
+            continue;
+        }
+        for (int rr = 0; rr < rows; rr += 2) {
+            const bool alone = k == 3 && rr + 1 == rows;
+            const int pairRows[2] = {first + rr, alone ? first + rr : first + rr + 1};
+            for (int x = 0; x < w2; x += 2) {
+                int sums[3] = {0, 0, 0};
+                for (int dy = 0; dy < 2; ++dy) {
+                    Px left{};
+                    for (int dx = 0; dx < 2; ++dx) {
+                        const int row = pairRows[dy];
+                        const size_t yi = static_cast<size_t>(row) * s2 + x + dx;
+                        const size_t ci = chroma + static_cast<size_t>(row) * stride + 2 * (x + dx);
+                        const bool past = ci + 1 >= N;
+                        const Px px = past ? left : Formula(d[yi], F(ci), F(ci + 1));
+                        if (!past && !(dy == 1 && alone)) d[S + yi] = px.r, d[2 * S + yi] = px.g, d[3 * S + yi] = px.b;
+                        sums[0] += px.r, sums[1] += px.g, sums[2] += px.b;
+                        left = px;
+                    }
+                }
+                for (int c = 0; c < 3; ++c) {
+                    for (int l = (sums[c] + 2) >> 2; l < 256; ++l) ++hist[c][l];
+                }
+            }
+        }
+    }
+    if (refused == 0) memcpy(&d[4 * S + 1024], hist, sizeof(hist));
+    return refused;
+}
+
+TEST(YuvHistApi, OddAndSmallFramesGiveTheResultOfTheDefinition) {
+    // width, height, stride: odd and even halves in both directions, bands of
+    // odd heights, the last band's pair reaching the chroma plane, tight and
+    // padded rows; buffers end exactly where the layout ends.
+    const int sizes[][3] = {{7, 7, 7},   {13, 11, 13}, {10, 14, 10}, {6, 6, 6},   {5, 3, 5},
+                            {7, 17, 8},  {8, 6, 8},    {16, 19, 17}, {50, 38, 64}, {9, 5, 9}};
+    for (const auto& sz : sizes) {
+        YuvRequest q(sz[0], sz[1], sz[2], 0, 100, true);
+        std::vector<uint8_t> want = q.dest;
+        const int refused = ResultByDefinition(q.frame, want, sz[0], sz[1], sz[2]);
+        ASSERT_EQ(q.Run(), 0);
+        const std::string at = std::to_string(sz[0]) + "x" + std::to_string(sz[1]) + " stride " + std::to_string(sz[2]);
+        EXPECT_EQ(tocra_test::CountLogged(kRefused), refused) << at;
+        ASSERT_EQ(q.dest.size(), want.size());
+        for (size_t i = 0; i < want.size(); ++i) ASSERT_EQ(q.dest[i], want[i]) << at << " byte " << i;
+        EXPECT_TRUE(Logged(4, "exit func BoxfilterYuv2RgbHist_TocraAPI\n")) << at;
+    }
+}
+
+TEST(YuvHistApi, HandWorkedFiveByThreeFrame) {
+    // Frame 5 x 3, stride 5, one chroma row; half size 2 x 1, s2 = 128, S = 128.
+    YuvRequest q(5, 3, 5, 0, 100, true);
+    const uint8_t frame[20] = {0,  4,  8,  12, 16,   //
+                               20, 24, 28, 32, 36,   //
+                               40, 44, 48, 52, 56,   //
+                               128, 128, 128, 128, 60};
+    ASSERT_EQ(q.frame.size(), 20u);
+    memcpy(q.frame.data(), frame, 20);
+    ASSERT_EQ(q.Run(), 0);
+    const std::vector<uint8_t>& d = q.dest;
+    // Down-scale, one band of 3 rows: pairs (0, 1) and (2, 3), row 3 being
+    // the chroma row; column 5 of a row is the next row's first byte.
+    EXPECT_EQ(d[0], 12);  // (0 + 4 + 20 + 24 + 2) >> 2
+    EXPECT_EQ(d[1], 20);  // (8 + 12 + 28 + 32 + 2) >> 2
+    EXPECT_EQ(d[2], 28);  // (16 + 20 + 36 + 40 + 2) >> 2
+    // Output row 1 is the R plane's first row; its column 2 is
+    // (56 + 128 + 60 + 60 + 2) >> 2 = 76: byte 20 lies past the frame, and
+    // the byte to its left, 60, stands in for it. Columns 0 and 1 (85, 89)
+    // are then overwritten by the grey conversion of 12 and 20.
+    EXPECT_EQ(d[128], 12);
+    EXPECT_EQ(d[129], 20);
+    EXPECT_EQ(d[130], 76);
+    EXPECT_EQ(d[256], 12);  // G
+    EXPECT_EQ(d[257], 20);
+    EXPECT_EQ(d[384], 12);  // B
+    EXPECT_EQ(d[385], 20);
+    EXPECT_EQ(d[386], 0xC3);
+    // Histograms: luma 12 and 20; the one colour block is row 0 counted
+    // twice: (12 + 20 + 12 + 20 + 2) >> 2 = 16.
+    for (int v : {0, 11, 12, 19, 20, 255}) EXPECT_EQ(U32(d, 512 + 4 * v), v < 12 ? 0u : v < 20 ? 1u : 2u) << v;
+    for (int c = 1; c <= 3; ++c)
+        for (int v : {15, 16, 255}) EXPECT_EQ(U32(d, 512 + 1024 * c + 4 * v), v < 16 ? 0u : 1u) << c << " " << v;
+    EXPECT_EQ(U32(d, 512 + 4096 + 15), 0u);  // mean (32 + 64) / 128
+    EXPECT_EQ(tocra_test::CountLogged(kRefused), 0);
+}
+
+TEST(YuvHistApi, OddHalfSizeInBothDirectionsConvertsOnlyTheEvenBands) {
+    // 50 x 38 gives 25 x 19: bands of 4, 4, 4 and 7 rows; the last refuses.
     YuvRequest q(50, 38, 64);
     ASSERT_EQ(q.Run(), 0);
-    EXPECT_TRUE(Logged(6, "YUV2RGBX4_LUT_NEON height and width % 2 != 0."));
+    EXPECT_EQ(tocra_test::CountLogged(kRefused), 1);
+    EXPECT_TRUE(Logged(6, kRefused));
     const size_t S = 19 * 128;
-    EXPECT_EQ(q.dest[S], 0xC3);
-    EXPECT_EQ(q.dest[4 * S + 1024], 0xC3);
+    EXPECT_NE(q.dest[S + 11 * 128 + 25], 0xC3);  // band 2's last row, column 25 included
+    EXPECT_EQ(q.dest[S + 12 * 128], 0xC3);       // band 3's rows are not written
+    EXPECT_EQ(q.dest[4 * S + 1024], 0xC3);       // nor are the R, G and B histograms
     EXPECT_EQ(q.dest[4 * S + 4095], 0xC3);
     EXPECT_NE(U32(q.dest, 4 * S + 1020), 0xC3C3C3C3u);  // the luma histogram is there
+}
+
+TEST(YuvHistApi, APoolThatCannotStartAnswersMinus997) {
+    YuvRequest q(64, 48, 64);
+    const std::vector<uint8_t> dest = q.dest;
+    {
+        tocra_test::FailingThreadStarts failing({3});
+        EXPECT_EQ(q.Run(), -997);
+        EXPECT_EQ(failing.starts(), 3);
+    }
+    EXPECT_TRUE(Logged(6, "BoxFiltering_neon MultiThread_Init fail\n"));
+    EXPECT_NE(q.out.find("[MultiThread_Init] Create Thread Failed!"), std::string::npos);
+    EXPECT_EQ(q.dest, dest);
+    tocra_test::CaptureStdout([] { MultiThread_Init(0); });  // stops the two workers left running
 }
 
 TEST(YuvHistApi, EachHandleFailingInTurnAndBadSizes) {

@@ -3,7 +3,9 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "support/test_support.h"
 
@@ -34,6 +36,43 @@ TEST(ImgDataCopy, EachRowCopiesTheSmallerPitch) {
         for (int r = 0; r < h; ++r) {
             ASSERT_EQ(memcmp(&src[r * sp], &dst[r * dp], 1920), 0) << r;
             for (int c = 1920; c < dp; ++c) ASSERT_EQ(dst[r * dp + c], 0xEE);
+        }
+    }
+}
+
+// Rows of dst that equal src, as a string of 0 / 1 per row.
+std::string CopiedRows(const std::vector<uint8_t>& src, const std::vector<uint8_t>& dst, int pitch, int rows) {
+    std::string s;
+    for (int r = 0; r < rows; ++r) s += memcmp(&src[r * pitch], &dst[r * pitch], pitch) == 0 ? '1' : '0';
+    return s;
+}
+
+TEST(ImgDataCopy, AFailedStartIsLoggedAndItsBandIsCopiedByNobody) {
+    const int pitch = 16, h = 8;  // bands of 2 rows
+    const std::vector<uint8_t> src = tocra_test::RandomBytes(pitch * h, 3);
+    struct Case {
+        std::initializer_list<int> failing;  // thread starts that fail, 1 = band 0
+        int status;
+        const char* rows;
+    };
+    const Case cases[] = {{{2}, 0, "11001111"},
+                          {{1, 3}, 0, "00110011"},
+                          {{4}, -997, "11111100"},
+                          {{1, 2, 3, 4}, -997, "00000000"}};
+    for (const Case& c : cases) {
+        std::vector<uint8_t> dst(pitch * h, 0xEE);
+        tocra_test::ClearLog();
+        tocra_test::FailingThreadStarts failing(c.failing);
+        EXPECT_EQ(imgDataCopy(src.data(), dst.data(), pitch, h, pitch), c.status);
+        EXPECT_EQ(failing.starts(), 4);
+        EXPECT_EQ(CopiedRows(src, dst, pitch, h), c.rows);
+        std::vector<std::string> lines;
+        for (int n : c.failing) lines.push_back("i = " + std::to_string(n - 1));
+        if (c.status != 0) lines.push_back("Thread Create Error!");
+        ASSERT_EQ(tocra_test::Log().size(), lines.size());
+        for (size_t i = 0; i < lines.size(); ++i) {
+            EXPECT_EQ(tocra_test::Log()[i].prio, 4);
+            EXPECT_EQ(tocra_test::Log()[i].text, lines[i]);
         }
     }
 }
@@ -96,6 +135,32 @@ TEST(CreateThreadUnlock, ReturnsWithoutWaitingAndThreadsStillFinish) {
     std::lock_guard<std::mutex> lock(seen.m);
     std::sort(seen.indices.begin(), seen.indices.end());
     EXPECT_EQ(seen.indices, (std::vector<int>{0, 1, 2}));
+}
+
+TEST(CreateThreadLock, AFailedStartJoinsTheStartedThreadsAndAnswersMinusOne) {
+    Seen seen;
+    tocra_test::ClearLog();
+    {
+        tocra_test::FailingThreadStarts failing({3});
+        EXPECT_EQ(create_thread_lock(Record, &seen, 4), -1);
+        EXPECT_EQ(failing.starts(), 3);
+    }
+    EXPECT_EQ(seen.finished.load(), 2);  // both started threads ran to the end before the return
+    EXPECT_TRUE(tocra_test::Logged(6, "Thread Create Failed!"));
+}
+
+TEST(CreateThreadUnlock, AFailedStartAnswersMinusOneAndTheStartedThreadsFinish) {
+    Seen seen;
+    tocra_test::ClearLog();
+    {
+        tocra_test::FailingThreadStarts failing({2});
+        EXPECT_EQ(create_thread_unlock(Record, &seen, 3), -1);
+        EXPECT_EQ(failing.starts(), 2);
+    }
+    EXPECT_TRUE(tocra_test::Logged(6, "Thread Create Failed!"));
+    for (int i = 0; i < 2000 && seen.finished.load() < 1; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(seen.finished.load(), 1);
 }
 
 void* ReturnSeven(void*) { return reinterpret_cast<void*>(7); }

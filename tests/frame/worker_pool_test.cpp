@@ -36,6 +36,24 @@ TEST(WorkerPool, CountOutOfRangeIsRefusedWithTheRangeMessage) {
     }
 }
 
+TEST(WorkerPool, AFailedThreadStartAnswersMinusOne) {
+    std::string out;
+    {
+        tocra_test::FailingThreadStarts failing({3});
+        out = tocra_test::CaptureStdout([] { EXPECT_EQ(MultiThread_Init(4), -1); });
+        EXPECT_EQ(failing.starts(), 3);
+    }
+    EXPECT_EQ(out, "[MultiThread_Init] Create Thread Failed!");
+    // The count stays 0: stopping prints nothing. The next start stops the
+    // two workers left running and starts afresh.
+    out = tocra_test::CaptureStdout([] {
+        MultiThread_destory();
+        ASSERT_EQ(MultiThread_Init(2), 0);
+        MultiThread_destory();
+    });
+    EXPECT_EQ(out, DestroyLines(2));
+}
+
 struct BandRecord {
     std::atomic<int> done{0};
     int slotSeen[4] = {-1, -1, -1, -1};

@@ -1,15 +1,20 @@
 #include "support/test_support.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <set>
 
 namespace {
 
 std::mutex g_mutex;
 std::vector<tocra_test::LogLine> g_log;
 std::vector<tocra_test::FlushRange> g_flushes;
+
+int g_threadStarts = 0;        // since the last FailingThreadStarts
+std::set<int> g_failingStarts;  // start numbers that fail, 1-based
 
 std::map<uint32_t, void*> g_handles;
 uint32_t g_nextHandle = 0x1000;
@@ -35,7 +40,33 @@ extern "C" void platform_cacheflush(const void* start, const void* end) {
     g_flushes.push_back({start, end});
 }
 
+// Replaces the platform's thread start: fails the starts a
+// FailingThreadStarts names, calls pthread_create for the others.
+extern "C" int platform_thread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*fn)(void*), void* arg) {
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        if (g_failingStarts.count(++g_threadStarts) != 0) return EAGAIN;
+    }
+    return pthread_create(thread, attr, fn, arg);
+}
+
 namespace tocra_test {
+
+FailingThreadStarts::FailingThreadStarts(std::initializer_list<int> nth) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_threadStarts = 0;
+    g_failingStarts = nth;
+}
+
+FailingThreadStarts::~FailingThreadStarts() {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_failingStarts.clear();
+}
+
+int FailingThreadStarts::starts() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_threadStarts;
+}
 
 void ClearLog() {
     std::lock_guard<std::mutex> lock(g_mutex);

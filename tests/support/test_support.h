@@ -1,10 +1,11 @@
-// Test support: a recording log sink and cache-flush recorder (linked into
-// every test binary in place of the platform's), a handle table behind the
-// two buffer hooks, and random planes.
+// Test support: a recording log sink, cache-flush recorder and thread
+// starter (linked into every test binary in place of the platform's), a
+// handle table behind the two buffer hooks, and random planes.
 #ifndef TOCRA_TESTS_SUPPORT_H
 #define TOCRA_TESTS_SUPPORT_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,19 @@ void ClearFlushes();
 std::vector<FlushRange> Flushes();
 // True when some recorded flush covers exactly [start, start + bytes).
 bool Flushed(const void* start, size_t bytes);
+
+// While one of these lives, the thread starts it names fail with EAGAIN:
+// counted from its construction, 1 = the next start. Every other start
+// calls pthread_create.
+class FailingThreadStarts {
+public:
+    explicit FailingThreadStarts(std::initializer_list<int> nth);
+    ~FailingThreadStarts();
+    FailingThreadStarts(const FailingThreadStarts&) = delete;
+    FailingThreadStarts& operator=(const FailingThreadStarts&) = delete;
+    // Starts attempted since construction, failed ones included.
+    int starts() const;
+};
 
 // A pipeline-style table of buffers behind FunConvert2Addr. Handle 0 never
 // converts; Install() sets both hooks for this table.
