@@ -34,14 +34,17 @@ const NamedEntity kNamed[] = {
     {"&amp;", 5, '&'}, {"&lt;", 4, '<'}, {"&gt;", 4, '>'}, {"&quot;", 6, '"'}, {"&apos;", 6, '\''},
 };
 
-// Appends code point cp in the current encoding. UTF-8 takes any scalar
-// value; single-byte text takes values up to 255; the multi-byte encodings
-// take ASCII only (there is no table from code points to their bytes here).
-bool AppendCodePoint(unsigned long cp, std::string& out) {
-    if (cp == 0) return false;
+// Appends code point cp in the current encoding. A well-formed reference
+// always decodes: what the encoding cannot hold becomes the encoding's
+// stand-in rather than an error. UTF-8 takes every scalar value; 0 (which
+// would end the text), surrogates and values above 0x10FFFF become U+FFFD.
+// Single-byte text takes 1 to 255 as that byte; the multi-byte encodings take
+// ASCII (1 to 127) only, as there is no table from code points to their
+// bytes here. Everything else becomes '?'.
+void AppendCodePoint(unsigned long cp, std::string& out) {
     const XMLCharEncoding enc = GlobalOptions().encoding;
     if (enc == char_encoding_UTF8) {
-        if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+        if (cp == 0 || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) cp = 0xFFFD;
         if (cp < 0x80) {
             out.push_back(static_cast<char>(cp));
         } else if (cp < 0x800) {
@@ -57,16 +60,15 @@ bool AppendCodePoint(unsigned long cp, std::string& out) {
             out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
             out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
         }
-        return true;
+        return;
     }
     const unsigned long limit = enc == char_encoding_legacy ? 0xFF : 0x7F;
-    if (cp > limit) return false;
-    out.push_back(static_cast<char>(cp));
-    return true;
+    out.push_back(cp == 0 || cp > limit ? '?' : static_cast<char>(cp));
 }
 
 // Decodes "&#...;" starting at s[0] == '&', s[1] == '#'. Returns the bytes
-// consumed, or 0 when the reference is bad.
+// consumed, or 0 when the reference is malformed (no digits, or no ';'
+// right after them).
 size_t DecodeNumeric(const char* s, size_t len, std::string& out) {
     size_t i = 2;
     int base = 10;
@@ -83,11 +85,12 @@ size_t DecodeNumeric(const char* s, size_t len, std::string& out) {
         else if (base == 16 && Lower(c) >= 'a' && Lower(c) <= 'f') v = Lower(c) - 'a' + 10;
         else break;
         ++digits;
-        // Stop growing once past the largest code point; it is refused below.
+        // Stop growing once past the largest code point: any larger value
+        // decodes the same way.
         if (value <= 0x10FFFF) value = value * static_cast<unsigned long>(base) + static_cast<unsigned long>(v);
     }
     if (digits == 0 || i >= len || s[i] != ';') return 0;
-    if (!AppendCodePoint(value, out)) return 0;
+    AppendCodePoint(value, out);
     return i + 1;
 }
 

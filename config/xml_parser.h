@@ -45,8 +45,10 @@
 //   9 null text given to parseString
 //   10 the file cannot be opened, or is not a regular file
 //   11 the requested tag was not found
-//   12 an unknown entity, or a numeric reference without ';', empty, out of
-//      range or not representable in the current encoding
+//   12 an unknown entity, or a malformed numeric reference ("&#" or "&#x"
+//      without digits, or digits not followed by ';'). A well-formed
+//      reference always decodes; see fromXMLString for the values the
+//      encoding cannot hold
 // Line and column (both from 1, multi-byte characters counted once) are
 // those of the start of the offending construct for codes 4 to 8 and 12; for
 // code 1 those of the end tag that closed the open element, or of the end of
@@ -228,7 +230,12 @@ public:
     // the first len bytes of s (len < 0: up to the NUL). Returns a new
     // NUL-terminated string to release with freeXMLString, or null with
     // *error set to eXMLErrorUnknownCharacterEntity (and *errorOffset to the
-    // offset of the '&') when a reference is bad.
+    // offset of the '&') when a reference is unknown or malformed.
+    // Well-formed numeric references whose value the current encoding cannot
+    // hold decode to a stand-in: in UTF-8, 0, surrogates (D800 to DFFF) and
+    // values above 10FFFF give U+FFFD (EF BF BD); in single-byte text, 0 and
+    // values above 255 give '?'; in the multi-byte encodings, 0 and values
+    // above 127 give '?'.
     static XMLSTR fromXMLString(XMLCSTR s, int len = -1, XMLError* error = nullptr, int* errorOffset = nullptr);
     static void freeXMLString(XMLSTR s);
 

@@ -470,6 +470,12 @@ typedef struct tagST_IMGREGISTRATION_PARAMS_OUT {
 } tagST_IMGREGISTRATION_PARAMS_OUT;
 
 TOCRA_API int ImgRegistration_Query(int* size, int* other, int width, int height);
+/* Returns 3 for fewer than 5 pairs or a rejected motion, before any plane is
+ * looked at; -998 with "Reg ImgRegistration: <field> is invalid\n" for a null
+ * pair array (checked before the refit) or a null plane of srcPic or of
+ * outPic[frameIndex] (checked before the warp; V only for the planar
+ * format), and with "Reg ImgRegistration: frame index %d out of range\n" for
+ * a slot outside 0 to 5 (checked before the warp as well). */
 TOCRA_API int ImgRegistration(tagST_IMGREGISTRATION_PARAMS_IN* in, tagST_IMGREGISTRATION_PARAMS_OUT* out,
                               int frameIndex);
 TOCRA_API int MotionEstimation(float* H, int width, int height, tagST_REGISTRATION_AREA* area);
@@ -504,7 +510,8 @@ typedef struct tagST_REGIS_INPUT_RECORD {
     tagST_PIC_HANDLE refPic;
     tagST_PIC_HANDLE srcPic;
     uint32_t reserved[8];
-    tagST_MATCH_PAIRS_HANDLE framePairs[5]; /* entry k-1 belongs to frame k */
+    tagST_MATCH_PAIRS_HANDLE framePairs[5]; /* entry k-1 belongs to frame k; frame 0's
+                                               record is reserved[5..7] */
 } tagST_REGIS_INPUT_RECORD;
 TOCRA_STATIC_ASSERT(sizeof(tagST_REGIS_INPUT_RECORD) == 37 * 4, "registration input is 22 + 3 x 5 words");
 TOCRA_STATIC_ASSERT(offsetof(tagST_REGIS_INPUT_RECORD, framePairs) == 22 * 4, "registration input layout");
@@ -521,17 +528,23 @@ TOCRA_STATIC_ASSERT(offsetof(tagST_REGIS_OUTPUT_RECORD, area) == 44 * 4, "regist
 typedef struct tagST_REGISTRATION_REQUEST {
     tagST_REGIS_INPUT_RECORD* pInput;
     tagST_REGIS_OUTPUT_RECORD* pOutput;
-    int32_t frameIndex; /* 1..5 */
+    int32_t frameIndex; /* 0..5 */
 } tagST_REGISTRATION_REQUEST;
 
 typedef struct tagST_RANSAC_REGIS_REQUEST {
     uint32_t hRansacRequest; /* tagST_RANSAC_REQUEST */
     uint32_t hInput;         /* tagST_REGIS_INPUT_RECORD */
     uint32_t hOutput;        /* tagST_REGIS_OUTPUT_RECORD */
-    int32_t frameIndex;      /* 1..5 */
+    int32_t frameIndex;      /* 0..5 */
 } tagST_RANSAC_REGIS_REQUEST;
 TOCRA_STATIC_ASSERT(sizeof(tagST_RANSAC_REGIS_REQUEST) == 16, "combined request is 4 words");
 
+/* Frame indices 0 to 5 name the records' slots; any other is refused with
+ * -998 and "Reg frame index %d out of range\n" (by Ransac_Regis_TocraAPI
+ * after its RANSAC step, where the index is first used). Registration_TocraAPI
+ * does not check its handle conversions: ImgRegistration checks each address
+ * where it is first used (see there), so too few pairs or a rejected motion
+ * answer 3 whatever the handles gave. */
 TOCRA_API int RansacEst_TocraAPI(tagST_RANSAC_REQUEST* request);
 TOCRA_API int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request);
 TOCRA_API int Ransac_Regis_TocraAPI(tagST_RANSAC_REGIS_REQUEST* request);
@@ -539,6 +552,13 @@ TOCRA_API int Ransac_Regis_TocraAPI(tagST_RANSAC_REGIS_REQUEST* request);
 /* ------------------------------------------------------------------------ */
 /* Perspective warp and border fill                                          */
 /* ------------------------------------------------------------------------ */
+
+/* The warps take the planes of all three pictures to hold a frame of the
+ * first picture's size (pitch = its width, or that width rounded up to 128 in
+ * the stride variant); the fills take the destination's own layout. A call
+ * that would read or write outside those planes is refused: the warps return
+ * -998, the fills return nothing; both log "<function> invalid input: ...".
+ * Anything else runs as the loops say, bytes past a row's end included. */
 
 TOCRA_API int AffineTransform(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
                               tagST_REGISTRATION_AREA* area, unsigned char* scratch);

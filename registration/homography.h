@@ -56,9 +56,9 @@ int FindInliers(const tagST_MATCH_PAIRS* pairs, unsigned char* mask, const float
 // magnitudes), 0 otherwise.
 int CheckSubset(const float* points);
 
-// Normalised direct linear transform on n >= 1 pairs. Leaves H untouched
-// and returns 0 when the points of either side have no spread; returns -1
-// (H untouched) for a null pointer or n < 1. work needs kJacobiWorkBytes.
+// Normalised direct linear transform on n pairs. Leaves H untouched and
+// returns 0 when the points of either side have no spread (n < 1 included);
+// returns -1 (H untouched) for a null pointer. work needs kJacobiWorkBytes.
 int HomographyDLT(const float* refPoints, const float* matchPoints, int n, float* H, int sweepFactor,
                   unsigned char* work);
 

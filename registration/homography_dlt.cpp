@@ -21,9 +21,10 @@ void MatrixMul3x3(const float* a, const float* b, float* c) {
 
 int HomographyDLT(const float* refPoints, const float* matchPoints, int n, float* H, int sweepFactor,
                   unsigned char* work) {
-    // Guards of our own: nothing to fit without points, and no write
-    // through a null address.
-    if (refPoints == nullptr || matchPoints == nullptr || H == nullptr || work == nullptr || n < 1) return -1;
+    // No points have no spread: H untouched, result 0, nothing read. A null
+    // address is refused with -1 (a guard of our own).
+    if (n < 1) return 0;
+    if (refPoints == nullptr || matchPoints == nullptr || H == nullptr || work == nullptr) return -1;
 
     const float fn = static_cast<float>(n);
     float cMx = 0.0f, cMy = 0.0f, cmx = 0.0f, cmy = 0.0f;

@@ -19,19 +19,32 @@ extern "C" int ImgRegistration_Query(int* size, int* other, int width, int heigh
     return TOCRA_OK;
 }
 
+namespace {
+
+// Each address is checked where it is first used; a null one is refused
+// with -998 and a line naming it.
+bool Converted(const void* p, const char* name) {
+    if (p != nullptr) return true;
+    TOCRA_LOGE("Reg ImgRegistration: %s is invalid\n", name);
+    return false;
+}
+
+}  // namespace
+
 // in: reference and source pictures with plane addresses, the surviving
-// pairs; out: the picture of slot frameIndex (1 to 5) receives the aligned
+// pairs; out: the picture of slot frameIndex (0 to 5) receives the aligned
 // frame, `area` the registration area. The scratch serves the refit and the
 // warp's column table, so registration allocates once per frame.
+//
+// Checks of our own, each right before the first use of what it checks: the
+// pair arrays before the refit (-998), the slot and the planes that the warp
+// reads and writes after the motion check (-998). Too few pairs or a rejected
+// motion therefore answer 3 whatever those addresses are. The reference
+// planes are never read.
 extern "C" int ImgRegistration(tagST_IMGREGISTRATION_PARAMS_IN* in, tagST_IMGREGISTRATION_PARAMS_OUT* out,
                                int frameIndex) {
-    // Checks of our own: the records, the slot and the pair arrays.
     if (in == nullptr || out == nullptr) {
         TOCRA_LOGE("Reg ImgRegistration: param pointer is invalid\n");
-        return TOCRA_NULL_POINTER;
-    }
-    if (frameIndex < 1 || frameIndex >= TOCRA_OUT_PIC_SLOTS) {
-        TOCRA_LOGE("Reg ImgRegistration: frame index %d out of range\n", frameIndex);
         return TOCRA_NULL_POINTER;
     }
     float H[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0};
@@ -40,10 +53,9 @@ extern "C" int ImgRegistration(tagST_IMGREGISTRATION_PARAMS_IN* in, tagST_IMGREG
         TOCRA_LOGE("Reg ImgRegistration: not enough keypoints = %d\n", pointNum);
         return TOCRA_REG_REJECTED;
     }
-    if (in->matchPairs.pRefPoint == nullptr || in->matchPairs.pMatchPoint == nullptr) {
-        TOCRA_LOGE("Reg ImgRegistration: param pointer is invalid\n");
+    if (!Converted(in->matchPairs.pRefPoint, "matchPairs.pRefPoint") ||
+        !Converted(in->matchPairs.pMatchPoint, "matchPairs.pMatchPoint"))
         return TOCRA_NULL_POINTER;
-    }
 
     const uint64_t forWarp = static_cast<uint64_t>(static_cast<uint32_t>(in->refPic.width)) * 100u;
     const uint64_t forRefit = static_cast<uint64_t>(pointNum) * 176u + 224u;
@@ -61,6 +73,21 @@ extern "C" int ImgRegistration(tagST_IMGREGISTRATION_PARAMS_IN* in, tagST_IMGREG
         TOCRA_LOGE("Reg ImgRegistration: MotionEstimation fail %d\n", ret);
         iFree(scratch, "ImgRegistration", 166);
         return ret;
+    }
+
+    // Slots 0 to 5 are inside the output record.
+    if (frameIndex < 0 || frameIndex >= TOCRA_OUT_PIC_SLOTS) {
+        TOCRA_LOGE("Reg ImgRegistration: frame index %d out of range\n", frameIndex);
+        iFree(scratch, "ImgRegistration", 166);
+        return TOCRA_NULL_POINTER;
+    }
+    const tagST_PIC& s = in->srcPic;
+    const tagST_PIC& o = out->outPic[frameIndex];
+    const bool planar = in->refPic.format == TOCRA_FORMAT_YUV420;
+    if (!Converted(s.pY, "srcPic.pY") || !Converted(s.pU, "srcPic.pU") || (planar && !Converted(s.pV, "srcPic.pV")) ||
+        !Converted(o.pY, "outPic.pY") || !Converted(o.pU, "outPic.pU") || (planar && !Converted(o.pV, "outPic.pV"))) {
+        iFree(scratch, "ImgRegistration", 166);
+        return TOCRA_NULL_POINTER;
     }
     ret = AffineTransform_neon(&in->refPic, &in->srcPic, &out->outPic[frameIndex], H, &out->area, scratch);
     iFree(scratch, "ImgRegistration", 166);

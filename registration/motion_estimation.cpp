@@ -18,8 +18,9 @@ const char kAreaError[] = "IMG_REGISTRATION: calculate motion area error!";
 const char kNoOverlap[] = "IMG_REGISTRATION: calculate motion area error";
 const char kTooLarge[] = "IMG_REGISTRATION: the global motion between two frames is too large!";
 
-// Float (or double) to int, truncating toward zero and saturating, so that
-// far-off corners stay defined.
+// Float (or double) to int as the ARM conversion does it: truncation toward
+// zero, saturating at the int range, NaN to 0. Far-off and NaN corners stay
+// defined.
 inline int32_t TruncSat(double v) {
     if (!(v == v)) return 0;
     if (v >= 2147483647.0) return INT32_MAX;
@@ -76,7 +77,8 @@ void AlignEven(int64_t* start, int64_t length, int64_t* aligned) {
 }  // namespace
 
 extern "C" int MotionEstimation(float* H, int W, int Hh, tagST_REGISTRATION_AREA* area) {
-    if (H == nullptr || area == nullptr || W < 2 || Hh < 2) {
+    // Check of our own: no matrix to read or area to write.
+    if (H == nullptr || area == nullptr) {
         TOCRA_LOGE("%s", kIncorrectH);
         return TOCRA_REG_REJECTED;
     }
@@ -84,19 +86,18 @@ extern "C" int MotionEstimation(float* H, int W, int Hh, tagST_REGISTRATION_AREA
     const float h8 = 1.0f;
 
     // 1. Adjugate inverse; i02 takes h7 where the textbook cofactor has h5,
-    // which the area and thresholds were tuned with.
+    // which the area and thresholds were tuned with. A singular matrix gives
+    // an infinite r and NaN entries (0 x inf); they go through the steps
+    // below: NaN fails every comparison and converts to 0, so an all-zero
+    // matrix ends with its four corners at 0 in step 4.
     const float det = h0 * (h4 * h8 - h5 * h7) - h3 * (h1 * h8 - h2 * h7) + h6 * (h1 * h5 - h2 * h4);
     const float r = 1.0f / det;
     const float i00 = (h4 * h8 - h5 * h7) * r, i01 = -(h1 * h8 - h2 * h7) * r, i02 = (h1 * h7 - h2 * h4) * r;
     const float i10 = -(h3 * h8 - h5 * h6) * r, i11 = (h0 * h8 - h2 * h6) * r, i12 = -(h0 * h5 - h2 * h3) * r;
     const float i20 = (h3 * h7 - h4 * h6) * r, i21 = -(h0 * h7 - h1 * h6) * r;
 
-    // 2. Perspective check. A singular or non-finite matrix is rejected here
-    // too, so that no NaN reaches the area.
-    const float inv[8] = {i00, i01, i02, i10, i11, i12, i20, i21};
-    bool finite = true;
-    for (float v : inv) finite = finite && std::isfinite(v);
-    if (!finite || std::fabs(static_cast<double>(i20)) > 0.0001 || std::fabs(static_cast<double>(i21)) > 0.0001) {
+    // 2. Perspective check (a NaN passes it, as it fails the comparison).
+    if (std::fabs(static_cast<double>(i20)) > 0.0001 || std::fabs(static_cast<double>(i21)) > 0.0001) {
         TOCRA_LOGE("%s", kIncorrectH);
         return TOCRA_REG_REJECTED;
     }
@@ -120,7 +121,8 @@ extern "C" int MotionEstimation(float* H, int W, int Hh, tagST_REGISTRATION_AREA
         return TOCRA_REG_REJECTED;
     }
 
-    // 5. Intersection with the frame.
+    // 5. Intersection with the frame, in 64 bits: a corner saturated at the
+    // int range would overflow the 32-bit sums (hi - lo + 1) + W.
     int64_t x, w, y, h;
     if (!Overlap(loX, hiX, W, &x, &w) || !Overlap(loY, hiY, Hh, &y, &h)) {
         TOCRA_LOGE("%s", kNoOverlap);

@@ -182,11 +182,13 @@ extern "C" int Refine(tagST_MATCH_PAIRS* pairs, unsigned char* mask, float* H, f
             refIn[2 * m + 1] = ref[2 * i + 1];
             ++m;
         }
-        // The fit takes the pairs gathered from the mask; with the mask and
-        // count from one classification (as inside RANSAC) that is the
-        // inlier count, and a caller's inconsistent count cannot make it
-        // read past what was gathered.
-        if (HomographyDLT(refIn, matchIn, m, H, kRefineSweepFactor, work) != 0) break;
+        // The fit takes the first inlierCount gathered pairs; with the mask
+        // and count from one classification (as inside RANSAC) that is all
+        // of them. A caller's count above what the mask gathered would read
+        // slots never written (or past the work memory), so the fit stops
+        // at the gathered pairs.
+        const int fitCount = *inlierCount < m ? *inlierCount : m;
+        if (HomographyDLT(refIn, matchIn, fitCount, H, kRefineSweepFactor, work) != 0) break;
         const int c = FindInliers(pairs, mask, H, threshold, errSum);
         if (c == *inlierCount) break;
         *inlierCount = c;
@@ -198,17 +200,32 @@ extern "C" int Refine(tagST_MATCH_PAIRS* pairs, unsigned char* mask, float* H, f
 extern "C" int RansacEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PARAMS* params,
                                 unsigned char* scratch) {
     // Guards of our own, answered with the call's failure result (-1) before
-    // anything is written: null records or arrays, and fewer than four
-    // pairs, from which no sample can ever be drawn (with at least one
-    // iteration every attempt would fail and end in -1 anyway; with none the
-    // count would be reported as 4 for fewer pairs than that).
-    if (pairs == nullptr || H == nullptr || params == nullptr || scratch == nullptr) return -1;
+    // anything is written: null records, and null arrays or scratch when
+    // there are pairs to read.
+    if (pairs == nullptr || H == nullptr || params == nullptr) {
+        TOCRA_LOGE("ransac RansacEstimation: param pointer is invalid\n");
+        return -1;
+    }
     const int n = pairs->pointNum;
-    if (n < kSampleSize || pairs->pRefPoint == nullptr || pairs->pMatchPoint == nullptr) return -1;
+    if (n > 0 && (pairs->pRefPoint == nullptr || pairs->pMatchPoint == nullptr || scratch == nullptr)) {
+        TOCRA_LOGE("ransac RansacEstimation: param pointer is invalid\n");
+        return -1;
+    }
+    if (params->maxIters >= 1 && n < kSampleSize) {
+        // One to three pairs: no attempt can draw four distinct indices, so
+        // the 100th abandoned attempt ends the call with -1, nothing written
+        // and no line; that answer is given without drawing. With no pairs
+        // (or a negative count) a draw would take an index modulo zero or
+        // far outside the arrays, so it is refused with -1 and a line.
+        if (n < 1) TOCRA_LOGE("ransac RansacEstimation: no pairs to sample, pointNum = %d\n", n);
+        return -1;
+    }
 
+    // From here on n < 1 means no iteration: nothing of the scratch is used.
+    const size_t masks = n > 0 ? static_cast<size_t>(n) : 0u;
     unsigned char* bestMask = scratch;
-    unsigned char* curMask = scratch + n;
-    unsigned char* work = AlignUp4(scratch + 2 * static_cast<size_t>(n));
+    unsigned char* curMask = scratch + masks;
+    unsigned char* work = AlignUp4(scratch + 2 * masks);
 
     float model[9] = {};  // kept across iterations: a failed fit scores the previous model
     int best = kSampleSize;
@@ -244,6 +261,11 @@ extern "C" int RansacEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PA
         } while (iterations < niters);
     }
 
+    // Compaction by the best mask. With no accepted model the mask bytes are
+    // what the caller's scratch held and the count becomes 4. With fewer than
+    // four pairs (no iteration ran) only the n pairs and n mask bytes that
+    // exist are read; the count still becomes 4, as the caller asked for no
+    // iteration.
     float* ref = pairs->pRefPoint;
     float* match = pairs->pMatchPoint;
     int j = 0;
@@ -262,10 +284,12 @@ extern "C" int RansacEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PA
 }
 
 extern "C" int RefineHomography(tagST_MATCH_PAIRS* pairs, float* H, unsigned char* scratch) {
-    // Guards of our own: null records and arrays, or no pair at all, leave H
-    // as it was and answer -1.
+    // Guards of our own: null records or buffers leave H as it was and
+    // answer -1. No pair at all is the fit's own case: no spread, H
+    // untouched, result 0.
     if (pairs == nullptr || H == nullptr || scratch == nullptr) return -1;
-    if (pairs->pointNum < 1 || pairs->pRefPoint == nullptr || pairs->pMatchPoint == nullptr) return -1;
+    if (pairs->pointNum < 1) return 0;
+    if (pairs->pRefPoint == nullptr || pairs->pMatchPoint == nullptr) return -1;
     return HomographyDLT(pairs->pRefPoint, pairs->pMatchPoint, pairs->pointNum, H, kRefineSweepFactor,
                          scratch);
 }

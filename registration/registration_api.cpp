@@ -13,7 +13,9 @@
 //   size: planar luma pitch (width + 127) & ~127, chroma pitch
 //   ((width / 2) + 127) & ~127; NV12 planes with pitch `width`.
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "brimvel_tocra.h"
 #include "frame/hooks.h"
@@ -32,11 +34,27 @@ constexpr float kSecondThreshold = 80.0f;
 constexpr float kConfidence = 0.9995f;  // 0x3F7FDF3B
 constexpr float kKeypointScale = 0.015625f;  // 1/64 pixel
 
-// Frames 1 .. 5 have an output slot; anything else is refused with a line.
+// The records hold slots 0 to 5: the output record six pictures, the input
+// record a pair record for each (frame 0's is the input record's last three
+// words before frame 1's). Anything else lies outside them and is refused.
 bool ValidFrameIndex(int k) {
-    if (k >= 1 && k <= 5) return true;
+    if (k >= 0 && k < TOCRA_OUT_PIC_SLOTS) return true;
     TOCRA_LOGE("Reg frame index %d out of range\n", k);
     return false;
+}
+
+// Byte offset of frame k's pair record inside the input record: three words
+// per frame, frame 1's at word 22 (counted from 0). Frame 0's falls on the
+// last three of the eight words after the source picture.
+size_t PairRecordOffset(int k) {
+    return offsetof(tagST_REGIS_INPUT_RECORD, framePairs) + sizeof(tagST_MATCH_PAIRS_HANDLE) * static_cast<size_t>(k) -
+           sizeof(tagST_MATCH_PAIRS_HANDLE);
+}
+
+tagST_MATCH_PAIRS_HANDLE ReadPairRecord(const tagST_REGIS_INPUT_RECORD* A, int k) {
+    tagST_MATCH_PAIRS_HANDLE r;
+    memcpy(&r, reinterpret_cast<const unsigned char*>(A) + PairRecordOffset(k), sizeof r);
+    return r;
 }
 
 void Flush(const void* start, size_t bytes) {
@@ -140,8 +158,6 @@ extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
         TOCRA_LOGE("Reg input param pointer is invalid");
         return TOCRA_NULL_POINTER;
     }
-    const int k = request->frameIndex;
-    if (!ValidFrameIndex(k)) return TOCRA_NULL_POINTER;
     tagST_REGIS_INPUT_RECORD* A = request->pInput;
     tagST_REGIS_OUTPUT_RECORD* B = request->pOutput;
     const int W = A->refPic.width, H = A->refPic.height;
@@ -153,31 +169,26 @@ extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
         TOCRA_LOGE("ImageSize input size is not supported");
         return TOCRA_SIZE_NOT_SUPPORTED;
     }
+    const int k = request->frameIndex;
+    if (!ValidFrameIndex(k)) return TOCRA_NULL_POINTER;
 
+    // The conversions are not checked here: ImgRegistration checks the pair
+    // buffers before the refit reads them and the planes before the warp
+    // touches them, so too few pairs or a rejected motion answer 3 whatever
+    // the handles gave. The reference planes are never read.
     tagST_IMGREGISTRATION_PARAMS_IN in{};
     in.refPic = {W, H, stride, static_cast<uint8_t*>(ConvertAddr(A->refPic.hY)),
                  static_cast<uint8_t*>(ConvertAddr(A->refPic.hU)), static_cast<uint8_t*>(ConvertAddr(A->refPic.hV)),
                  A->refPic.format};
     in.srcPic = {W, H, stride, static_cast<uint8_t*>(ConvertAddr(A->srcPic.hY)),
                  static_cast<uint8_t*>(ConvertAddr(A->srcPic.hU)), static_cast<uint8_t*>(ConvertAddr(A->srcPic.hV)), 0};
-    const tagST_MATCH_PAIRS_HANDLE& fp = A->framePairs[k - 1];
+    const tagST_MATCH_PAIRS_HANDLE fp = ReadPairRecord(A, k);
     in.matchPairs = {static_cast<float*>(ConvertAddr(fp.refPointBuf)), static_cast<float*>(ConvertAddr(fp.matchPointBuf)),
                      fp.pointNum};
     tagST_IMGREGISTRATION_PARAMS_OUT out{};
     const tagST_PIC_HANDLE& ob = B->outPic[k];
     out.outPic[k] = {W, H, stride, static_cast<uint8_t*>(ConvertAddr(ob.hY)), static_cast<uint8_t*>(ConvertAddr(ob.hU)),
                      static_cast<uint8_t*>(ConvertAddr(ob.hV)), 0};
-
-    // Checks of our own: every plane the warp reads or writes, and the pair
-    // buffers, must have converted. (The reference planes are never read.)
-    const bool planar = A->refPic.format == TOCRA_FORMAT_YUV420;
-    const tagST_PIC& s = in.srcPic;
-    const tagST_PIC& o = out.outPic[k];
-    if (s.pY == nullptr || s.pU == nullptr || (planar && s.pV == nullptr) || o.pY == nullptr || o.pU == nullptr ||
-        (planar && o.pV == nullptr) || in.matchPairs.pRefPoint == nullptr || in.matchPairs.pMatchPoint == nullptr) {
-        TOCRA_LOGE("Reg Registration_TocraAPI FunConvert2Addr error!\n");
-        return TOCRA_NULL_POINTER;
-    }
 
     TOCRA_LOGI("Reg Registration received match pairs num = %d\n", in.matchPairs.pointNum);
     const int ret = ImgRegistration(&in, &out, k);
@@ -191,6 +202,9 @@ extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
     TOCRA_LOGI("Reg --RECT18--OUT ROI 2 = (%d, %d), - (%d, %d).\n", B->area.x, B->area.y, B->area.width,
                B->area.height);
 
+    // The warp ran, so the planes it wrote converted.
+    const bool planar = A->refPic.format == TOCRA_FORMAT_YUV420;
+    const tagST_PIC& o = out.outPic[k];
     const size_t chromaBytes = static_cast<size_t>(tocra::ChromaPitch128(W)) * static_cast<size_t>(H / 2);
     Flush(o.pY, static_cast<size_t>(H) * static_cast<size_t>(stride));
     if (planar) {
@@ -209,8 +223,6 @@ extern "C" int Ransac_Regis_TocraAPI(tagST_RANSAC_REGIS_REQUEST* request) {
         TOCRA_LOGE("Reg input param pointer is invalid");
         return TOCRA_NULL_POINTER;
     }
-    const int k = request->frameIndex;
-    if (!ValidFrameIndex(k)) return TOCRA_NULL_POINTER;
     tagST_RANSAC_REQUEST* ransac = static_cast<tagST_RANSAC_REQUEST*>(ConvertAddr(request->hRansacRequest));
     int ret = RansacEst_TocraAPI(ransac);
     if (ret != 0) {
@@ -228,9 +240,14 @@ extern "C" int Ransac_Regis_TocraAPI(tagST_RANSAC_REGIS_REQUEST* request) {
         TOCRA_LOGE("Reg converted input pointer is invalid");
         return TOCRA_NULL_POINTER;
     }
+    // The frame index is first used here, to find the pair record.
+    const int k = request->frameIndex;
+    if (!ValidFrameIndex(k)) return TOCRA_NULL_POINTER;
     InvalidateBuffer(input);
-    input->framePairs[k - 1].pointNum = ransac->pointNum;
-    Flush(&input->framePairs[k - 1], sizeof input->framePairs[k - 1]);
+    unsigned char* pairRecord = reinterpret_cast<unsigned char*>(input) + PairRecordOffset(k);
+    const int32_t kept = ransac->pointNum;
+    memcpy(pairRecord + offsetof(tagST_MATCH_PAIRS_HANDLE, pointNum), &kept, sizeof kept);
+    Flush(pairRecord, sizeof(tagST_MATCH_PAIRS_HANDLE));
 
     tagST_REGISTRATION_REQUEST reg{input, output, k};
     ret = Registration_TocraAPI(&reg);

@@ -10,27 +10,9 @@
 #include "frame/neon.h"
 #include "warp/warp_internal.h"
 
-namespace tocra {
-
-bool ValidFillInput(const char* func, const tagST_PIC* dst, const tagST_PIC* src, int x, int y, int w, int h,
-                    bool planar) {
-    bool ok = dst != nullptr && dst->width > 0 && dst->height > 0 && (dst->height & 1) == 0 && dst->pY != nullptr &&
-              dst->pU != nullptr && (!planar || dst->pV != nullptr);
-    if (ok && src != nullptr) {
-        ok = src->width == dst->width && src->height == dst->height && src->pY != nullptr && src->pU != nullptr &&
-             (!planar || src->pV != nullptr);
-    }
-    ok = ok && x >= 0 && y >= 0 && w >= 0 && h >= 0 && static_cast<int64_t>(x) + w <= dst->width &&
-         static_cast<int64_t>(y) + h <= dst->height;
-    if (!ok) TOCRA_LOGE("%s invalid input: picture or area out of range\n", func);
-    return ok;
-}
-
-}  // namespace tocra
-
-using namespace tocra;
-
 namespace {
+
+using tocra::FlatOffset;
 
 // Where a fill takes its bytes: a constant, or the same place of another
 // plane.
@@ -68,123 +50,158 @@ void FillSpanNeon(uint8_t* dst, const Source& s, size_t offset, size_t n) {
 
 using SpanFn = void (*)(uint8_t*, const Source&, size_t, size_t);
 
-// The planes of one fill: luma pitch `width`; planar chroma pitch width / 2,
-// NV12 chroma pitch `width`.
-struct FillPlanes {
-    uint8_t* y;
-    uint8_t* u;
-    uint8_t* v;  // null for NV12
-    Source sy, su, sv;
-    int width;
-    int height;
+// The rows of one fill: luma pitch `width`; planar chroma pitch width / 2,
+// NV12 chroma pitch `width`. Runs go to span(plane, offset, n) with plane 0
+// luma, 1 U (or the interleaved plane) and 2 V.
+struct FillRows {
+    int64_t width;
+    int64_t height;
+    bool planar;
 };
 
-void FillWholeRows(const FillPlanes& f, int r, SpanFn span) {
-    const size_t w = static_cast<size_t>(f.width);
-    span(f.y, f.sy, static_cast<size_t>(r) * w, w);
-    span(f.y, f.sy, static_cast<size_t>(r + 1) * w, w);
-    if (f.v != nullptr) {
-        const size_t cw = w >> 1;
-        span(f.u, f.su, static_cast<size_t>(r >> 1) * cw, cw);
-        span(f.v, f.sv, static_cast<size_t>(r >> 1) * cw, cw);
+template <typename Span>
+void WholeRows(const FillRows& f, int64_t r, Span& span) {
+    const int64_t w = f.width;
+    span(0, FlatOffset(r, w, 0), w);
+    span(0, FlatOffset(r + 1, w, 0), w);
+    if (f.planar) {
+        const int64_t cw = w >> 1;
+        span(1, FlatOffset(r >> 1, cw, 0), cw);
+        span(2, FlatOffset(r >> 1, cw, 0), cw);
     } else {
-        span(f.u, f.su, static_cast<size_t>(r >> 1) * w, w);
+        span(1, FlatOffset(r >> 1, w, 0), w);
     }
 }
 
-void FillSideColumns(const FillPlanes& f, int r, int x, int w, SpanFn span) {
-    const size_t pitch = static_cast<size_t>(f.width);
-    const size_t right = static_cast<size_t>(x + w);
-    const size_t rightLen = pitch - right;
+template <typename Span>
+void SideColumns(const FillRows& f, int64_t r, int64_t x, int64_t w, Span& span) {
+    const int64_t pitch = f.width;
+    const int64_t right = x + w;
+    const int64_t rightLen = pitch - right;
     for (int j = 0; j < 2; ++j) {
-        const size_t row = static_cast<size_t>(r + j) * pitch;
-        span(f.y, f.sy, row, static_cast<size_t>(x));
-        span(f.y, f.sy, row + right, rightLen);
+        span(0, FlatOffset(r + j, pitch, 0), x);
+        span(0, FlatOffset(r + j, pitch, right), rightLen);
     }
-    if (f.v != nullptr) {
-        const size_t cpitch = pitch >> 1;
-        const size_t row = static_cast<size_t>(r >> 1) * cpitch;
-        const size_t cx = static_cast<size_t>(x >> 1);
-        const size_t cr = right >> 1;
-        const size_t crLen = static_cast<size_t>((f.width - w - x) >> 1);
-        span(f.u, f.su, row, cx);
-        span(f.u, f.su, row + cr, crLen);
-        span(f.v, f.sv, row, cx);
-        span(f.v, f.sv, row + cr, crLen);
+    if (f.planar) {
+        const int64_t cpitch = pitch >> 1;
+        const int64_t crLen = (f.width - w - x) >> 1;
+        for (int plane = 1; plane <= 2; ++plane) {
+            span(plane, FlatOffset(r >> 1, cpitch, 0), x >> 1);
+            span(plane, FlatOffset(r >> 1, cpitch, right >> 1), crLen);
+        }
     } else {
-        const size_t row = static_cast<size_t>(r >> 1) * pitch;
-        span(f.u, f.su, row, static_cast<size_t>(x));
-        span(f.u, f.su, row + right, rightLen);
+        span(1, FlatOffset(r >> 1, pitch, 0), x);
+        span(1, FlatOffset(r >> 1, pitch, right), rightLen);
     }
 }
 
-// topRows: luma rows of the top band (y rounded up to even for the plain
-// forms, down for the vector forms).
-void FillBorder(const FillPlanes& f, int topRows, int x, int y, int w, int h, SpanFn span) {
-    int r = 0;
-    for (; r < topRows; r += 2) FillWholeRows(f, r, span);
-    for (; r < y + h; r += 2) FillSideColumns(f, r, x, w, span);
-    for (; r < f.height; r += 2) FillWholeRows(f, r, span);
+// The three bands in row pairs: the top band (topRows luma rows, an even
+// number: y rounded up to even for the plain forms, down for the vector
+// forms), the area band (only the columns beside the area) while the row is
+// below y + h, the bottom band up to the height. With endsOnly, only the
+// first and last row pair of each band: the offsets grow linearly with the
+// row, so those two bound every run of the band.
+template <typename Span>
+void WalkFill(const FillRows& f, int64_t topRows, int64_t x, int64_t y, int64_t w, int64_t h, bool endsOnly,
+              Span& span) {
+    auto band = [&](int64_t from, int64_t to, bool whole) {
+        auto pair = [&](int64_t r) {
+            if (whole) {
+                WholeRows(f, r, span);
+            } else {
+                SideColumns(f, r, x, w, span);
+            }
+        };
+        if (from >= to) return;
+        if (endsOnly) {
+            pair(from);
+            if (to - 2 > from) pair(to - 2);
+            return;
+        }
+        for (int64_t r = from; r < to; r += 2) pair(r);
+    };
+    // Where each loop of row pairs stops.
+    auto stop = [](int64_t from, int64_t limit) { return limit > from ? from + (limit - from) + ((limit - from) & 1) : from; };
+    const int64_t r1 = stop(0, topRows);
+    const int64_t r2 = stop(r1, y + h);
+    const int64_t r3 = stop(r2, f.height);
+    band(0, r1, true);
+    band(r1, r2, false);
+    band(r2, r3, true);
 }
 
-FillPlanes PlanesOf(tagST_PIC* dst, const tagST_PIC* src, bool planar) {
-    FillPlanes f{};
-    f.y = dst->pY;
-    f.u = dst->pU;
-    f.v = planar ? dst->pV : nullptr;
+int64_t TopRows(tocra::FillKind kind, int y) {
+    if (kind == tocra::FillKind::kCopyNeon) return 2 * static_cast<int64_t>(y >> 1);
+    return static_cast<int64_t>(y) + (y & 1);
+}
+
+// Runs a checked fill.
+void Fill(tocra::FillKind kind, tagST_PIC* dst, const tagST_PIC* src, bool planar, int x, int y, int w, int h) {
+    uint8_t* planes[3] = {dst->pY, dst->pU, planar ? dst->pV : nullptr};
+    Source sources[3];
     if (src != nullptr) {
-        f.sy = {src->pY, 0};
-        f.su = {src->pU, 0};
-        f.sv = {planar ? src->pV : nullptr, 0};
+        sources[0] = {src->pY, 0};
+        sources[1] = {src->pU, 0};
+        sources[2] = {planar ? src->pV : nullptr, 0};
     } else {
-        f.sy = {nullptr, 255};
-        f.su = {nullptr, 128};
-        f.sv = {nullptr, 128};
+        sources[0] = {nullptr, 255};
+        sources[1] = {nullptr, 128};
+        sources[2] = {nullptr, 128};
     }
-    f.width = dst->width;
-    f.height = dst->height;
-    return f;
+    const SpanFn fn = kind == tocra::FillKind::kCopyNeon ? FillSpanNeon : FillSpanPlain;
+    auto span = [&](int plane, int64_t offset, int64_t n) {
+        fn(planes[plane], sources[plane], static_cast<size_t>(offset), static_cast<size_t>(n));
+    };
+    const FillRows f{dst->width, dst->height, planar};
+    WalkFill(f, TopRows(kind, y), x, y, w, h, false, span);
 }
-
-int RoundUpEven(int y) { return y + (y & 1); }
 
 }  // namespace
 
+namespace tocra {
+
+void CopyFillSpans(FillKind kind, bool planar, const tagST_PIC* dst, int x, int y, int w, int h, PlaneSpan* luma,
+                   PlaneSpan* chroma) {
+    auto span = [&](int plane, int64_t offset, int64_t n) { (plane == 0 ? luma : chroma)->Add(offset, n); };
+    const FillRows f{dst->width, dst->height, planar};
+    WalkFill(f, TopRows(kind, y), x, y, w, h, true, span);
+}
+
+}  // namespace tocra
+
+using tocra::FillKind;
+using tocra::ValidFill;
+
+// Every byte these fills read or write is checked against the destination's
+// layout first (pitch `width`, `height` rows; the source laid out alike);
+// anything else runs exactly as the bands say, including an area that
+// reaches past a row's end into the next row of the plane, an odd y (the
+// top band of the plain forms covers y rounded up to even) and a negative h
+// (no area band: top and bottom bands cover the picture).
+
 extern "C" void FillBlank2(tagST_PIC* dst, int x, int y, int w, int h) {
-    if (!ValidFillInput("FillBlank2", dst, nullptr, x, y, w, h, true)) return;
-    FillBorder(PlanesOf(dst, nullptr, true), RoundUpEven(y), x, y, w, h, FillSpanPlain);
+    if (!ValidFill("FillBlank2", FillKind::kConstant, true, dst, nullptr, x, y, w, h)) return;
+    Fill(FillKind::kConstant, dst, nullptr, true, x, y, w, h);
 }
 
 extern "C" void FillBlank_YUV420(tagST_PIC* dst, tagST_PIC* src, int x, int y, int w, int h) {
-    if (src == nullptr || !ValidFillInput("FillBlank_YUV420", dst, src, x, y, w, h, true)) {
-        if (src == nullptr) TOCRA_LOGE("%s invalid input: picture or area out of range\n", "FillBlank_YUV420");
-        return;
-    }
-    FillBorder(PlanesOf(dst, src, true), RoundUpEven(y), x, y, w, h, FillSpanPlain);
+    if (!ValidFill("FillBlank_YUV420", FillKind::kCopy, true, dst, src, x, y, w, h)) return;
+    Fill(FillKind::kCopy, dst, src, true, x, y, w, h);
 }
 
 extern "C" void FillBlank_NV12(tagST_PIC* dst, tagST_PIC* src, int x, int y, int w, int h) {
-    if (src == nullptr || !ValidFillInput("FillBlank_NV12", dst, src, x, y, w, h, false)) {
-        if (src == nullptr) TOCRA_LOGE("%s invalid input: picture or area out of range\n", "FillBlank_NV12");
-        return;
-    }
-    FillBorder(PlanesOf(dst, src, false), RoundUpEven(y), x, y, w, h, FillSpanPlain);
+    if (!ValidFill("FillBlank_NV12", FillKind::kCopy, false, dst, src, x, y, w, h)) return;
+    Fill(FillKind::kCopy, dst, src, false, x, y, w, h);
 }
 
 // The vector forms split the top band as y / 2 chroma rows and 2 * (y / 2)
 // luma rows: the same as the plain forms for the even y that callers pass.
 extern "C" void FillBlank_neon_YUV420(tagST_PIC* dst, tagST_PIC* src, int x, int y, int w, int h) {
-    if (src == nullptr || !ValidFillInput("FillBlank_neon_YUV420", dst, src, x, y, w, h, true)) {
-        if (src == nullptr) TOCRA_LOGE("%s invalid input: picture or area out of range\n", "FillBlank_neon_YUV420");
-        return;
-    }
-    FillBorder(PlanesOf(dst, src, true), 2 * (y >> 1), x, y, w, h, FillSpanNeon);
+    if (!ValidFill("FillBlank_neon_YUV420", FillKind::kCopyNeon, true, dst, src, x, y, w, h)) return;
+    Fill(FillKind::kCopyNeon, dst, src, true, x, y, w, h);
 }
 
 extern "C" void FillBlank_neon_NV12(tagST_PIC* dst, tagST_PIC* src, int x, int y, int w, int h) {
-    if (src == nullptr || !ValidFillInput("FillBlank_neon_NV12", dst, src, x, y, w, h, false)) {
-        if (src == nullptr) TOCRA_LOGE("%s invalid input: picture or area out of range\n", "FillBlank_neon_NV12");
-        return;
-    }
-    FillBorder(PlanesOf(dst, src, false), 2 * (y >> 1), x, y, w, h, FillSpanNeon);
+    if (!ValidFill("FillBlank_neon_NV12", FillKind::kCopyNeon, false, dst, src, x, y, w, h)) return;
+    Fill(FillKind::kCopyNeon, dst, src, false, x, y, w, h);
 }

@@ -106,29 +106,10 @@ void WarpRowPlain(const WarpPlanes& p, const float* H, int x, int w, int r, bool
     }
 }
 
-bool ValidWarpInput(const char* func, const tagST_PIC* ref, const tagST_PIC* src, const tagST_PIC* dst,
-                    const float* H, const tagST_REGISTRATION_AREA* area, bool planar) {
-    const bool pointers = ref != nullptr && src != nullptr && dst != nullptr && H != nullptr && area != nullptr;
-    bool ok = pointers;
-    if (ok) {
-        const int W = ref->width, Hh = ref->height;
-        ok = W > 0 && Hh > 0 && (Hh & 1) == 0 && src->width == W && src->height == Hh && dst->width == W &&
-             dst->height == Hh && src->pY != nullptr && src->pU != nullptr && dst->pY != nullptr &&
-             dst->pU != nullptr && (!planar || (src->pV != nullptr && dst->pV != nullptr));
-        const int64_t x = area->x, y = area->y, w = area->width, h = area->height;
-        ok = ok && x >= 0 && y >= 0 && w >= 0 && h >= 0 && (x & 1) == 0 && (w & 1) == 0 && x + w <= W &&
-             y + h + (h & 1) <= Hh;
-    }
-    if (!ok) {
-        TOCRA_LOGE("%s invalid input: picture, matrix or area out of range\n", func);
-        return false;
-    }
-    return true;
-}
-
 }  // namespace tocra
 
 using namespace tocra;
+using tocra::FillKind;
 
 namespace {
 
@@ -143,22 +124,26 @@ WarpPlanes PlanesOf(const tagST_PIC* src, const tagST_PIC* dst, int pitch, int c
 // pairs; an odd h writes one row past the area.
 extern "C" int AffineTransform_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
                                       tagST_REGISTRATION_AREA* area, unsigned char* /*scratch*/) {
-    if (!ValidWarpInput("AffineTransform_YUV420", ref, src, dst, H, area, true)) return TOCRA_NULL_POINTER;
+    if (!ValidWarp("AffineTransform_YUV420", WarpShape{true, false, false, FillKind::kMirror}, ref, src, dst, H, area))
+        return TOCRA_NULL_POINTER;
     const WarpPlanes p = PlanesOf(src, dst, ref->width, ref->width >> 1, ref->height, false);
-    for (int r = area->y; r < area->y + area->height; r += 2) WarpRowPlain(p, H, area->x, area->width, r, true);
+    for (int64_t r = area->y; r < static_cast<int64_t>(area->y) + area->height; r += 2)
+        WarpRowPlain(p, H, area->x, area->width, static_cast<int>(r), true);
     FillBlank3(dst, area->x, area->y, area->width, area->height);
     return TOCRA_OK;
 }
 
 // Single-threaded NV12 warp, pitch `width` for both planes; the border is
-// copied from the unwarped source first.
+// copied from the unwarped source first. With h <= 0 only that copy runs.
 extern "C" int AffineTransform_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
                                     tagST_REGISTRATION_AREA* area, unsigned char* /*scratch*/) {
-    if (!ValidWarpInput("AffineTransform_NV12", ref, src, dst, H, area, false)) return TOCRA_NULL_POINTER;
+    if (!ValidWarp("AffineTransform_NV12", WarpShape{false, false, false, FillKind::kCopy}, ref, src, dst, H, area))
+        return TOCRA_NULL_POINTER;
     FillBlank_NV12(dst, src, area->x, area->y, area->width, area->height);
     if (area->height <= 0) return TOCRA_OK;
     const WarpPlanes p = PlanesOf(src, dst, ref->width, ref->width, ref->height, true);
-    for (int r = area->y; r < area->y + area->height; r += 2) WarpRowPlain(p, H, area->x, area->width, r, true);
+    for (int64_t r = area->y; r < static_cast<int64_t>(area->y) + area->height; r += 2)
+        WarpRowPlain(p, H, area->x, area->width, static_cast<int>(r), true);
     return TOCRA_OK;
 }
 

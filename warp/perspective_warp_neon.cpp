@@ -172,6 +172,7 @@ void WarpBand(const WarpJob& job, int band, int bands) {
 }  // namespace tocra
 
 using namespace tocra;
+using tocra::FillKind;
 
 namespace {
 
@@ -214,7 +215,7 @@ WarpJob MakeJob(const tagST_PIC* src, const tagST_PIC* dst, const float* H, cons
 // The border is copied from the unwarped source before the workers start.
 extern "C" int AffineTransform_neon_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
                                          tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
-    if (!ValidWarpInput("AffineTransform_neon_NV12", ref, src, dst, H, area, false) ||
+    if (!ValidWarp("AffineTransform_neon_NV12", WarpShape{false, true, false, FillKind::kCopyNeon}, ref, src, dst, H, area) ||
         !ValidScratch("AffineTransform_neon_NV12", scratch))
         return TOCRA_NULL_POINTER;
     float* table = reinterpret_cast<float*>(scratch);
@@ -229,7 +230,7 @@ extern "C" int AffineTransform_neon_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_P
 // workers. The scratch is the column table: width / 8 vectors of 16 bytes.
 extern "C" int AffineTransform_neon_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
                                            tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
-    if (!ValidWarpInput("AffineTransform_neon_YUV420", ref, src, dst, H, area, true) ||
+    if (!ValidWarp("AffineTransform_neon_YUV420", WarpShape{true, true, false, FillKind::kMirror}, ref, src, dst, H, area) ||
         !ValidScratch("AffineTransform_neon_YUV420", scratch))
         return TOCRA_NULL_POINTER;
     TOCRA_LOGI("Reg pstRegistrationArea->realHeight = %d\n", area->height);
@@ -251,7 +252,7 @@ extern "C" int AffineTransform_neon_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST
 // 128. The scratch is the column table: stride / 8 vectors of 16 bytes.
 extern "C" int AffineTransform_neon_Stride_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
                                                   tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
-    if (!ValidWarpInput("AffineTransform_neon_Stride_YUV420", ref, src, dst, H, area, true) ||
+    if (!ValidWarp("AffineTransform_neon_Stride_YUV420", WarpShape{true, true, true, FillKind::kMirrorStride}, ref, src, dst, H, area) ||
         !ValidScratch("AffineTransform_neon_Stride_YUV420", scratch))
         return TOCRA_NULL_POINTER;
     const int stride = Pitch128(ref->width);

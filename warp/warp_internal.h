@@ -56,18 +56,81 @@ struct WarpJob {
 // is written by the previous band only, so no two threads write one byte.
 void WarpBand(const WarpJob& job, int band, int bands);
 
-// Checks that the pictures, matrix and area describe a warp that stays
-// inside every plane: all pointers set, equal sizes, even height, the area
-// inside the picture with even x and w, and the rows a plain warp writes
-// (an odd h writes one row past the area) inside the picture. Logs a line
-// naming `func` and returns false otherwise.
-bool ValidWarpInput(const char* func, const tagST_PIC* ref, const tagST_PIC* src, const tagST_PIC* dst,
-                    const float* H, const tagST_REGISTRATION_AREA* area, bool planar);
+// ---- where a call reads and writes ------------------------------------------
+//
+// Nothing in a picture tells the real size of its planes, so the checks take
+// the planes to be as large as the layout says: luma pitch times rows,
+// chroma pitch times rows / 2. A call is refused only when one of the bytes
+// it would read or write lies outside those planes (rows may spill into the
+// next row of the same plane: that stays inside). Every accepted call does
+// exactly what the unchecked arithmetic does.
 
-// Checks a fill's picture(s) and area: pointers set, positive even height,
-// the area inside the picture. Logs a line naming `func` otherwise.
-bool ValidFillInput(const char* func, const tagST_PIC* dst, const tagST_PIC* src, int x, int y, int w, int h,
-                    bool planar);
+// Byte ranges touched in one plane, as offsets from its first byte.
+struct PlaneSpan {
+    int64_t lo = INT64_MAX;  // lowest offset touched
+    int64_t hi = INT64_MIN;  // one past the highest
+    bool negative = false;   // a run of negative length (a copy of -n bytes)
+    void Add(int64_t offset, int64_t n);
+    // True when every range lies in [0, size) (an empty span always does).
+    bool Inside(int64_t size) const;
+};
+
+// row * pitch + col; any result beyond +-2^62 (an overflow included) is
+// returned as a value far outside every plane.
+int64_t FlatOffset(int64_t row, int64_t pitch, int64_t col);
+
+// Plane sizes in bytes: luma, and each chroma plane (U and V alike, or the
+// interleaved plane).
+struct PlaneSizes {
+    int64_t luma;
+    int64_t chroma;
+};
+
+enum class FillKind {
+    kConstant,     // FillBlank2
+    kCopy,         // FillBlank_YUV420, FillBlank_NV12 (top band rounded up to even)
+    kCopyNeon,     // FillBlank_neon_*: top band y / 2 row pairs
+    kMirror,       // FillBlank3: pitch width, chroma width / 2
+    kMirrorStride  // FillBlank3_Stride: pitch stride, chroma (width / 2) rounded up to 128
+};
+
+// The ranges a fill of dst (its width, height and, for kMirrorStride, its
+// stride) with the area (x, y, w, h) would touch in the luma planes and in
+// each chroma plane. A copy fill reads the source at the offsets it writes.
+void FillSpans(FillKind kind, bool planar, const tagST_PIC* dst, int x, int y, int w, int h, PlaneSpan* luma,
+               PlaneSpan* chroma);
+
+// The planes a fill takes its destination (and source) to have: the
+// destination's own layout.
+PlaneSizes FillPlaneSizes(FillKind kind, bool planar, const tagST_PIC* dst);
+
+// Checks a fill's pictures and area: the pictures and their planes set, and
+// every byte the fill touches inside the destination's layout. Logs a line
+// naming `func` otherwise. The source picture's own width and height are
+// never read.
+bool ValidFill(const char* func, FillKind kind, bool planar, const tagST_PIC* dst, const tagST_PIC* src, int x,
+               int y, int w, int h);
+
+// Which warp, for the checks: the rows a plain variant writes (row pairs,
+// an odd h one row past the area) or the threaded ones (the bands' rows,
+// never past y + h), and its fill.
+struct WarpShape {
+    bool planar;
+    bool threaded;
+    bool stride;  // pitches rounded up to 128
+    FillKind fill;
+};
+
+// Checks a warp: records and planes set; the first picture of a size that
+// is not negative; the column loop able to end (an even, non-negative w
+// whenever rows are warped); every byte written inside the planes of a
+// frame of the first picture's size; and the fill's bytes inside both those
+// planes and the destination's own layout. The source and destination's own
+// width and height are not compared with the first picture's. Texel reads
+// are kept inside the source planes by the kernels (see ReadClamped). Logs a
+// line naming `func` otherwise.
+bool ValidWarp(const char* func, const WarpShape& shape, const tagST_PIC* ref, const tagST_PIC* src,
+               const tagST_PIC* dst, const float* H, const tagST_REGISTRATION_AREA* area);
 
 }  // namespace tocra
 

@@ -219,6 +219,24 @@ TEST_F(ParseXml, EightBitFieldsKeepTheLowByte) {
     ExpectRecord(want);
 }
 
+TEST_F(ParseXml, NumericReferencesTheEncodingCannotHoldStillLoad) {
+    // In a comment, an attribute and texts: &#0;, a value past 10FFFF and a
+    // surrogate decode to U+FFFD in UTF-8, so the file loads; "&#x31;&#x32;"
+    // is "12", and "7&#0;" is "7" followed by U+FFFD, which "%d" reads as 7.
+    TempDir dir;
+    dir.Write("brimvel.xml",
+              TuningFile("<!-- &#0; &#x110000; -->\n<Face note=\"&#1114112;&#xD800;&#0;\"><Margin>&#x31;&#x32;</Margin>"
+                         "<AjustRatio>7&#0;</AjustRatio><SmoothRadius>&#xDFFF;</SmoothRadius></Face>\n"));
+    ASSERT_EQ(Call(dir.dir()), 0);
+    Record want = Defaults();
+    want.Put(kKeys[20], 7);   // AjustRatio
+    want.Put(kKeys[21], 12);  // Margin
+    // SmoothRadius: text that "%d" cannot read leaves the value undefined;
+    // this reader keeps the default for it.
+    want.Put(kKeys[22], kKeys[22].def);
+    ExpectRecord(want);
+}
+
 TEST_F(ParseXml, KeysMatchWithoutRegardToCase) {
     TempDir dir;
     dir.Write("brimvel.xml", TuningFile("<face><MARGIN>7</MARGIN></face><NIGHT_LUMAAVG>9</NIGHT_LUMAAVG>"));

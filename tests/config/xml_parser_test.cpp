@@ -153,8 +153,10 @@ TEST_F(Xml, FatalErrorsWithLineAndColumn) {
     ExpectError("<a>\n\n x &nbsp;</a>", eXMLErrorUnknownCharacterEntity, 3, 4);
     ExpectError("<a v='&#65'/>", eXMLErrorUnknownCharacterEntity, 1, 7);
     ExpectError("<a>&#;</a>", eXMLErrorUnknownCharacterEntity, 1, 4);
-    ExpectError("<a>&#x110000;</a>", eXMLErrorUnknownCharacterEntity, 1, 4);
-    ExpectError("<a>&#0;</a>", eXMLErrorUnknownCharacterEntity, 1, 4);
+    ExpectError("<a>&#x;</a>", eXMLErrorUnknownCharacterEntity, 1, 4);
+    ExpectError("<a>x&#12a;</a>", eXMLErrorUnknownCharacterEntity, 1, 5);
+    ExpectError("<a>&#x1G;</a>", eXMLErrorUnknownCharacterEntity, 1, 4);
+    ExpectError("<a>&# 1;</a>", eXMLErrorUnknownCharacterEntity, 1, 4);
     ExpectError("<a>&</a>", eXMLErrorUnknownCharacterEntity, 1, 4);
     ExpectError("<a></b>", eXMLErrorUnmatchedEndTag, 1, 4);
     ExpectError("</a>", eXMLErrorUnmatchedEndTag, 1, 1);
@@ -231,7 +233,44 @@ TEST_F(Xml, EntitiesDecodeInAnyCase) {
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(static_cast<unsigned char>(s[0]), 0xE9);
     XMLNode::freeXMLString(s);
-    EXPECT_EQ(XMLNode::fromXMLString("&#256;", -1, &e), nullptr);
+}
+
+// fromXMLString with the encoding set first; the result as a std::string.
+std::string Decoded(XMLCharEncoding enc, const char* text) {
+    XMLNode::setGlobalOptions(enc);
+    XMLError e = eXMLErrorNone;
+    char* s = XMLNode::fromXMLString(text, -1, &e);
+    EXPECT_EQ(e, eXMLErrorNone) << text;
+    std::string out = s ? s : "<null>";
+    XMLNode::freeXMLString(s);
+    return out;
+}
+
+TEST_F(Xml, WellFormedNumericReferencesAlwaysDecode) {
+    // UTF-8: U+FFFD (EF BF BD) for 0, surrogates and values past 10FFFF,
+    // however many digits; the edges of the ranges encode normally.
+    const std::string fffd = "\xEF\xBF\xBD";
+    EXPECT_EQ(Decoded(char_encoding_UTF8, "a&#0;b"), "a" + fffd + "b");
+    EXPECT_EQ(Decoded(char_encoding_UTF8, "&#x0000;&#00;"), fffd + fffd);
+    EXPECT_EQ(Decoded(char_encoding_UTF8, "&#xD800;&#xDFFF;&#55296;"), fffd + fffd + fffd);
+    EXPECT_EQ(Decoded(char_encoding_UTF8, "&#xD7FF;&#xE000;"), "\xED\x9F\xBF\xEE\x80\x80");
+    EXPECT_EQ(Decoded(char_encoding_UTF8, "&#x10FFFF;&#x110000;"), "\xF4\x8F\xBF\xBF" + fffd);
+    EXPECT_EQ(Decoded(char_encoding_UTF8, "&#1114112;&#99999999999999999999999;&#xFFFFFFFFFFFFFFFFFFFF;"),
+              fffd + fffd + fffd);
+    EXPECT_EQ(Decoded(char_encoding_UTF8, "&#x7F;&#128;&#x7FF;&#x800;"), "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80");
+    // Single-byte text: 1 to 255 as that byte, anything else '?'.
+    EXPECT_EQ(Decoded(char_encoding_legacy, "&#1;&#255;&#256;&#0;&#x20AC;&#x110000;"), "\x01\xFF????");
+    // The multi-byte encodings: ASCII as it is, anything else '?'.
+    for (XMLCharEncoding enc : {char_encoding_ShiftJIS, char_encoding_GB2312, char_encoding_Big5, char_encoding_GBK})
+        EXPECT_EQ(Decoded(enc, "&#65;&#x7F;&#128;&#0;&#233;&#xD800;"), "A\x7F????") << enc;
+    // In a document: text and attribute alike, the tree kept.
+    XMLNode::setGlobalOptions(char_encoding_UTF8);
+    XMLNode n;
+    ASSERT_EQ(Parse("<a v='&#0;x'><!-- &#0; -->&#x110000;<b>&#xDC00;</b></a>", &n).error, eXMLErrorNone);
+    EXPECT_EQ(std::string(n.getAttribute("v")), fffd + "x");
+    EXPECT_EQ(std::string(n.getText()), fffd);
+    EXPECT_EQ(std::string(n.getChildNode("b").getText()), fffd);
+    EXPECT_STREQ(n.getClear().lpszValue, " &#0; ");
 }
 
 TEST_F(Xml, EscapingIsTheInverseOfDecoding) {

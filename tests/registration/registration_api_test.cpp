@@ -286,37 +286,114 @@ TEST(RegistrationApi, SizeChecks) {
     }
 }
 
-TEST(RegistrationApi, BadFrameIndicesAndRecords) {
+TEST(RegistrationApi, FrameIndicesOutsideTheRecordsAreRefused) {
     Scene s(false);
     s.Prepare(1, kBurst[0].H, 1, 0);
-    for (int k : {0, 6, -1}) {
+    for (int k : {6, -1, 7, INT32_MIN}) {
         tagST_REGISTRATION_REQUEST req{&s.input, &s.output, k};
         tocra_test::ClearLog();
         EXPECT_EQ(Registration_TocraAPI(&req), -998);
         EXPECT_TRUE(tocra_test::Logged(6, "Reg frame index " + std::to_string(k) + " out of range\n"));
+        // The combined call first runs RANSAC (which knows no frame index)
+        // and refuses where the index is first used, the pair record.
+        s.Prepare(1, kBurst[0].H, 1, 0);
         s.combined.frameIndex = k;
-        const int before = s.ransac.pointNum;
+        const tagST_REGIS_INPUT_RECORD before = s.input;
+        tocra_test::ClearLog();
         EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), -998);
-        EXPECT_EQ(s.ransac.pointNum, before);
+        EXPECT_TRUE(tocra_test::Logged(4, "ransac RansacEst_TocraAPI end, ret = 0\n"));
+        EXPECT_TRUE(tocra_test::Logged(6, "Reg frame index " + std::to_string(k) + " out of range\n"));
+        EXPECT_EQ(memcmp(&before, &s.input, sizeof before), 0);
     }
-    tagST_REGISTRATION_REQUEST req{nullptr, &s.output, 1};
+    // The size check comes first.
+    tagST_REGISTRATION_REQUEST req{&s.input, &s.output, 9};
+    s.input.refPic.width = 60;
+    EXPECT_EQ(Registration_TocraAPI(&req), 1);
+    req = {nullptr, &s.output, 1};
     EXPECT_EQ(Registration_TocraAPI(&req), -998);
     EXPECT_EQ(Registration_TocraAPI(nullptr), -998);
     EXPECT_EQ(Ransac_Regis_TocraAPI(nullptr), -998);
 }
 
-TEST(RegistrationApi, UnconvertedPlanesAnswer998) {
+TEST(RegistrationApi, FrameZeroTakesItsPairRecordFromTheWordsBeforeFrameOnes) {
+    // Frame k's pair record starts at word 22 + 3 (k - 1) (from 0); frame
+    // 0's is words 19 to 21, the last three of the eight after the source
+    // picture. Its output picture is slot 0.
+    for (bool nv12 : {false, true}) {
+        Scene s(nv12);
+        s.Prepare(1, kBurst[2].H, 1, 0);
+        s.input.framePairs[0] = {0, 0, 0};
+        s.input.reserved[5] = s.ransac.refPointBuf;
+        s.input.reserved[6] = s.ransac.matchPointBuf;
+        s.output.outPic[1] = {0, 0, 0, 0, 0, 0, 0};
+        s.output.outPic[0] = {Scene::W, Scene::Hh, 0, s.Add(s.out->y), s.Add(s.out->u), nv12 ? 0u : s.Add(s.out->v), 0};
+        s.combined.frameIndex = 0;
+        const std::vector<uint8_t> before = s.out->y;
+        tocra_test::ClearLog();
+        ASSERT_EQ(Ransac_Regis_TocraAPI(&s.combined), 0) << nv12;
+        uint32_t words[37];
+        memcpy(words, &s.input, sizeof words);
+        EXPECT_EQ(words[19], s.ransac.refPointBuf);
+        EXPECT_EQ(words[20], s.ransac.matchPointBuf);
+        EXPECT_EQ(static_cast<int32_t>(words[21]), s.ransac.pointNum);
+        EXPECT_EQ(s.input.framePairs[0].pointNum, 0);  // frame 1's record untouched
+        EXPECT_TRUE(tocra_test::Logged(4, "=============Reg Registration_TocraAPI for frame_Indx = 0 end"));
+        EXPECT_NE(s.out->y, before);
+        EXPECT_GT(s.output.area.width, Scene::W / 2);
+
+        // The same frame as frame 1 gives the same bytes.
+        Scene t(nv12);
+        t.Prepare(1, kBurst[2].H, 1, 0);
+        ASSERT_EQ(Ransac_Regis_TocraAPI(&t.combined), 0);
+        EXPECT_EQ(t.out->y, s.out->y);
+        EXPECT_EQ(t.out->u, s.out->u);
+        EXPECT_EQ(0, memcmp(&t.output.area, &s.output.area, sizeof t.output.area));
+    }
+}
+
+TEST(RegistrationApi, UnconvertedPlanesAnswer998WhereTheWarpWouldUseThem) {
     for (int which = 0; which < 4; ++which) {
         Scene s(false);
         s.Prepare(2, kBurst[1].H, 1, 0);
+        ASSERT_EQ(RansacEst_TocraAPI(&s.ransac), 0);
         const uint32_t handles[4] = {s.input.srcPic.hY, s.input.srcPic.hV, s.output.outPic[2].hU,
                                      s.input.framePairs[1].matchPointBuf};
-        s.input.framePairs[1].pointNum = 50;
+        const char* lines[4] = {"Reg ImgRegistration: srcPic.pY is invalid\n", "Reg ImgRegistration: srcPic.pV is invalid\n",
+                                "Reg ImgRegistration: outPic.pU is invalid\n",
+                                "Reg ImgRegistration: matchPairs.pMatchPoint is invalid\n"};
+        s.input.framePairs[1].pointNum = s.ransac.pointNum;
         s.table.Break(handles[which]);
+        s.output.area = {-1, -1, -1, -1};
         tagST_REGISTRATION_REQUEST req{&s.input, &s.output, 2};
         tocra_test::ClearLog();
         EXPECT_EQ(Registration_TocraAPI(&req), -998) << which;
-        EXPECT_TRUE(tocra_test::Logged(6, "Reg Registration_TocraAPI FunConvert2Addr error!\n"));
+        EXPECT_TRUE(tocra_test::Logged(6, lines[which])) << which;
+        EXPECT_TRUE(tocra_test::Logged(6, "Reg ImgRegistration fail -998\n"));
+        EXPECT_EQ(s.output.area.x, -1);
+    }
+}
+
+TEST(RegistrationApi, TooFewPairsOrARejectedMotionAnswer3WhateverThePlanesGave) {
+    for (bool motion : {false, true}) {
+        Scene s(false);
+        s.Prepare(1, Homography::Make(0, 0, 0, 0, 0, 640, 480), 1, 0);
+        if (motion) {
+            for (auto& k : s.matchKeys) k.x += 330 * 64;
+            ASSERT_EQ(RansacEst_TocraAPI(&s.ransac), 0);
+            s.input.framePairs[0].pointNum = s.ransac.pointNum;
+        } else {
+            s.input.framePairs[0].pointNum = 4;
+            s.table.Break(s.input.framePairs[0].refPointBuf);
+        }
+        for (uint32_t h : {s.input.srcPic.hY, s.input.srcPic.hU, s.input.srcPic.hV, s.output.outPic[1].hY,
+                           s.output.outPic[1].hU, s.output.outPic[1].hV})
+            s.table.Break(h);
+        tagST_REGISTRATION_REQUEST req{&s.input, &s.output, 1};
+        tocra_test::ClearLog();
+        EXPECT_EQ(Registration_TocraAPI(&req), 3) << motion;
+        EXPECT_TRUE(tocra_test::Logged(6, motion ? "Reg ImgRegistration: MotionEstimation fail 3\n"
+                                                 : "Reg ImgRegistration: not enough keypoints = 4\n"));
+        EXPECT_TRUE(tocra_test::Logged(6, "Reg ImgRegistration fail 3\n"));
     }
 }
 

@@ -151,25 +151,141 @@ TEST(Fills, BadInputIsRefusedWithALogLine) {
     Frame before(dst);
     tocra_test::ClearLog();
     FillBlank2(nullptr, 0, 0, 4, 4);
-    FillBlank2(&dst.pic, -2, 0, 4, 4);
-    FillBlank2(&dst.pic, 0, 0, 40, 4);
+    FillBlank2(&dst.pic, -2, 0, 4, 4);  // a copy of -2 bytes on the left
+    FillBlank2(&dst.pic, 0, 0, 40, 4);  // and of -8 on the right
     FillBlank_YUV420(&dst.pic, nullptr, 0, 0, 4, 4);
-    FillBlank_NV12(&dst.pic, &src.pic, 0, 14, 4, 4);
-    FillBlank_neon_YUV420(&dst.pic, &src.pic, 0, 0, 4, -4);
+    FillBlank_NV12(&dst.pic, &src.pic, 0, 14, 4, 4);  // rows 16 and 17
     FillBlank_neon_NV12(&dst.pic, nullptr, 0, 0, 4, 4);
-    // Borders wider than the area beside them.
-    FillBlank3(&dst.pic, 10, 0, 8, 16);
-    FillBlank3(&dst.pic, 0, 6, 32, 4);
+    // The mirror reading before the plane: the right side of row 0 from
+    // column 10 - 22, the bottom rows from row -1 on.
     FillBlank3(&dst.pic, 0, 0, 10, 16);
+    FillBlank3(&dst.pic, 0, 0, 32, -2);
     FillBlank3_Stride(&dst.pic, 0, 0, 32, 4);
     tagST_PIC odd = dst.pic;
-    odd.height = 15;
+    odd.height = 15;  // the last row pair writes row 15
     FillBlank2(&odd, 0, 0, 4, 4);
     EXPECT_TRUE(dst.Same(before));
     EXPECT_EQ(tocra_test::CountLogged("FillBlank2 invalid input: picture or area out of range\n"), 4);
-    EXPECT_TRUE(tocra_test::Logged(6, "FillBlank3 invalid input: border wider than the area beside it\n"));
-    EXPECT_TRUE(tocra_test::Logged(6, "FillBlank3_Stride invalid input: border wider than the area beside it\n"));
+    EXPECT_EQ(tocra_test::CountLogged("FillBlank3 invalid input: picture or area out of range\n"), 2);
+    EXPECT_TRUE(tocra_test::Logged(6, "FillBlank3_Stride invalid input: picture or area out of range\n"));
     EXPECT_TRUE(tocra_test::Logged(6, "FillBlank_NV12 invalid input: picture or area out of range\n"));
+    EXPECT_TRUE(tocra_test::Logged(6, "FillBlank_neon_NV12 invalid input: picture or area out of range\n"));
+}
+
+TEST(CopyFill, OddWidthOddAreaByHand) {
+    // 7 x 6, area (1, 1, 4, 3): the plain forms copy rows 0 and 1 whole (y
+    // rounded up), then rows 2 and 3 beside the area (luma columns 0 and 5,
+    // 6; planar chroma row 1 from column (1 + 4) / 2 = 2 for (7 - 5) / 2 = 1
+    // byte; NV12 chroma row 1 bytes 0 and 5, 6), then rows 4 and 5 whole.
+    // The source's own width and height are never read.
+    for (bool nv12 : {false, true}) {
+        Frame src(7, 6, nv12), dst(7, 6, nv12);
+        src.Randomize(17);
+        src.pic.width = 1;
+        src.pic.height = 1;
+        dst.Fill(7);
+        (nv12 ? FillBlank_NV12 : FillBlank_YUV420)(&dst.pic, &src.pic, 1, 1, 4, 3);
+        for (int r = 0; r < 6; ++r) {
+            for (int c = 0; c < 7; ++c) {
+                const bool copied = r < 2 || r > 3 || c < 1 || c >= 5;
+                ASSERT_EQ(dst.Y(c, r), copied ? src.Y(c, r) : 7) << nv12 << " " << c << "," << r;
+            }
+        }
+        const int cw = nv12 ? 7 : 3;
+        for (int r = 0; r < 3; ++r) {
+            for (int c = 0; c < cw; ++c) {
+                const bool copied = r != 1 || (nv12 ? (c < 1 || c >= 5) : c == 2);
+                const size_t i = static_cast<size_t>(r * cw + c);
+                ASSERT_EQ(dst.u[i], copied ? src.u[i] : 7) << nv12 << " " << c << "," << r;
+                if (!nv12) ASSERT_EQ(dst.v[i], copied ? src.v[i] : 7);
+            }
+        }
+    }
+}
+
+TEST(CopyFill, NegativeHeightCopiesEveryRow) {
+    // No area band: the top band and the bottom band together are the whole
+    // picture, plain and vector forms alike.
+    for (bool nv12 : {false, true}) {
+        for (CopyFill fill : {nv12 ? FillBlank_NV12 : FillBlank_YUV420, nv12 ? FillBlank_neon_NV12 : FillBlank_neon_YUV420}) {
+            Frame src(7, 6, nv12), dst(7, 6, nv12);
+            src.Randomize(3);
+            dst.Fill(1);
+            fill(&dst.pic, &src.pic, 2, 2, 4, -2);
+            EXPECT_TRUE(dst.Same(src)) << nv12;
+        }
+    }
+}
+
+// The mirror as described, on flat planes (bounds-checked access): a read
+// past a row's end takes the next row's bytes.
+void RefMirror(Frame& f, int pitch, int cpitch, int x, int y, int w, int h) {
+    const int W = f.width, Hh = f.height;
+    auto Y = [&](int r, int c) -> uint8_t& { return f.y.at(static_cast<size_t>(r * pitch + c)); };
+    for (int k = 0; 2 * k < h; ++k) {
+        for (int j = 0; j < 2; ++j) {
+            const int r = y + 2 * k + j;
+            if (r >= y + h) continue;
+            for (int i = 0; i < x; ++i) Y(r, i) = Y(r, 2 * x - i);
+            for (int d = 0; d < W - x - w; ++d) Y(r, x + w + d) = Y(r, x + w - 1 - d);
+        }
+        for (std::vector<uint8_t>* plane : {&f.u, &f.v}) {
+            auto C = [&](int c) -> uint8_t& { return plane->at(static_cast<size_t>(((y >> 1) + k) * cpitch + c)); };
+            for (int i = 0; i < (x >> 1); ++i) C(i) = C(x - i);
+            const int edge = (x + w) >> 1;
+            for (int d = 0; d < ((W - x - w) >> 1); ++d) C(edge + d) = C(edge - 1 - d);
+        }
+    }
+    auto copyRow = [](std::vector<uint8_t>& p, int rowBytes, int to, int from) {
+        for (int c = 0; c < rowBytes; ++c) p.at(static_cast<size_t>(to * rowBytes + c)) = p.at(static_cast<size_t>(from * rowBytes + c));
+    };
+    for (int i = 0; i < y; ++i) copyRow(f.y, pitch, i, 2 * y - i);
+    if (y >= 2) {
+        for (int i = 0; i < (y >> 1); ++i) {
+            copyRow(f.u, cpitch, i, y - i);
+            copyRow(f.v, cpitch, i, y - i);
+        }
+    }
+    for (int r = y + h; r < Hh; ++r) copyRow(f.y, pitch, r, 2 * (y + h) - 1 - r);
+    const int cb = (y >> 1) + (h >> 1);
+    for (int k = 0; ((y + h) >> 1) + k < (Hh >> 1); ++k) {
+        copyRow(f.u, cpitch, cb + k, cb - 1 - k);
+        copyRow(f.v, cpitch, cb + k, cb - 1 - k);
+    }
+}
+
+TEST(MirrorFill, BordersWiderThanTheAreaReadOnIntoTheNextRow) {
+    // 13 x 10 with the area (8, 2, 4, 6): the left border of 8 reads columns
+    // 16 down to 9, the first four of them (16 to 13) in the next row;
+    // chroma reads columns 8 down to 5 of rows 6 bytes long. Everything stays inside the
+    // planes, so it runs as described. Exact-size planes: ASan sees any read
+    // past them.
+    struct Case {
+        int x, y, w, h;
+    };
+    for (Case k : {Case{8, 2, 4, 6}, Case{1, 2, 6, 6}, Case{5, 3, 2, 6}, Case{0, 4, 13, 6}}) {
+        Frame a(13, 10, false, 13, 6);
+        a.Randomize(static_cast<uint32_t>(k.x + 10 * k.y));
+        Frame want(a);
+        RefMirror(want, 13, 6, k.x, k.y, k.w, k.h);
+        tocra_test::ClearLog();
+        FillBlank3(&a.pic, k.x, k.y, k.w, k.h);
+        EXPECT_TRUE(tocra_test::Log().empty()) << k.x << "," << k.y;
+        EXPECT_EQ(a.y, want.y) << k.x << "," << k.y;
+        EXPECT_EQ(a.u, want.u) << k.x << "," << k.y;
+        EXPECT_EQ(a.v, want.v) << k.x << "," << k.y;
+
+        // The stride form: luma pitch 16, chroma pitch (13 / 2) rounded up to
+        // 128.
+        Frame b(13, 10, false, 16, 128);
+        b.Randomize(static_cast<uint32_t>(k.x + 10 * k.y + 5));
+        Frame wantB(b);
+        RefMirror(wantB, 16, 128, k.x, k.y, k.w, k.h);
+        FillBlank3_Stride(&b.pic, k.x, k.y, k.w, k.h);
+        EXPECT_EQ(b.y, wantB.y) << k.x << "," << k.y;
+        EXPECT_EQ(b.u, wantB.u) << k.x << "," << k.y;
+        EXPECT_EQ(b.v, wantB.v) << k.x << "," << k.y;
+    }
 }
 
 }  // namespace

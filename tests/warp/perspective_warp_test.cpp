@@ -291,22 +291,23 @@ TEST(PerspectiveWarp, BadInputIsRefusedWithALogLineAndNothingWritten) {
     Matrix m = Identity();
     auto table = Table(64);
     tagST_PIC ref = src.pic;
-    struct Case {
-        tagST_REGISTRATION_AREA area;
-    };
-    const tagST_REGISTRATION_AREA badAreas[] = {{-2, 0, 16, 16}, {0, -2, 16, 16}, {1, 0, 16, 16}, {0, 0, 15, 16},
-                                                {0, 0, 66, 16},  {0, 0, 64, 33},  {0, 31, 64, 1}, {0, 0, -2, 4},
-                                                {0, 0, 4, -2},   {62, 0, 4, 4}};
+    // Writes before the first byte of a plane (x or y negative on the first
+    // row), an odd or negative w (the column loop would not end), rows past
+    // the last (h = 33; the bottom mirror of {62, 0, 4, 4} reads above row 0,
+    // the NV12 copy would copy -2 bytes on the right).
+    const tagST_REGISTRATION_AREA badAreas[] = {{-2, 0, 16, 16}, {0, -2, 16, 16}, {0, 0, 15, 16},
+                                                {0, 0, 64, 33},  {0, 0, -2, 4},   {62, 0, 4, 4}};
     for (const Variant& v : kVariants) {
         for (tagST_REGISTRATION_AREA a : badAreas) {
             tocra_test::ClearLog();
             Frame s(64, 32, v.nv12), d(64, 32, v.nv12);
             d.Fill(3);
             tagST_PIC r = s.pic;
-            EXPECT_EQ(v.fn(&r, &s.pic, &d.pic, m.h, &a, table.data()), -998) << v.name;
+            EXPECT_EQ(v.fn(&r, &s.pic, &d.pic, m.h, &a, table.data()), -998) << v.name << " " << a.x << "," << a.width;
             EXPECT_TRUE(tocra_test::Logged(6, std::string(v.name) +
                                                   " invalid input: picture, matrix or area out of range\n"));
             for (uint8_t b : d.y) ASSERT_EQ(b, 3);
+            for (uint8_t b : d.u) ASSERT_EQ(b, 3);
         }
         tagST_REGISTRATION_AREA a{0, 0, 16, 16};
         Frame s(64, 32, v.nv12), d(64, 32, v.nv12);
@@ -319,14 +320,220 @@ TEST(PerspectiveWarp, BadInputIsRefusedWithALogLineAndNothingWritten) {
         tagST_PIC noPlane = d.pic;
         noPlane.pY = nullptr;
         EXPECT_EQ(v.fn(&r, &s.pic, &noPlane, m.h, &a, table.data()), -998);
-        tagST_PIC smaller = d.pic;
-        smaller.height = 16;
-        EXPECT_EQ(v.fn(&r, &s.pic, &smaller, m.h, &a, table.data()), -998);
+        // A destination declaring more rows than the frame: its fill would
+        // pass the planes' end.
+        tagST_PIC taller = d.pic;
+        taller.height = 34;
+        EXPECT_EQ(v.fn(&r, &s.pic, &taller, m.h, &a, table.data()), -998);
+        tagST_PIC negative = r;
+        negative.width = -64;
+        EXPECT_EQ(v.fn(&negative, &s.pic, &d.pic, m.h, &a, table.data()), -998);
     }
     tagST_REGISTRATION_AREA a{0, 0, 16, 16};
     EXPECT_EQ(AffineTransform_neon_NV12(&ref, &src.pic, &dst.pic, m.h, &a, nullptr), -998);
     EXPECT_EQ(AffineTransform_neon(nullptr, &src.pic, &dst.pic, m.h, &a, table.data()), -998);
     EXPECT_EQ(AffineTransform(nullptr, &src.pic, &dst.pic, m.h, &a, table.data()), -998);
+}
+
+TEST(PerspectiveWarp, TheSourceAndDestinationOwnSizesAreNotCompared) {
+    // The warp takes its pitch and rows from the first picture; the
+    // destination's own width and height only shape its fill. A source
+    // claiming 5 x 3 changes nothing; a destination claiming 16 of its 32
+    // rows gets the same area (rows 2 to 15) and a fill of those 16 rows,
+    // the rows after them untouched.
+    for (const Variant& v : kVariants) {
+        Frame src(64, 32, v.nv12), full(64, 32, v.nv12), half(64, 32, v.nv12);
+        src.Randomize(31);
+        full.Fill(9);
+        half.Fill(9);
+        std::mt19937 g(5);
+        Matrix m = NearIdentity(g);
+        const tagST_REGISTRATION_AREA area{8, 2, 48, 14};
+        ASSERT_EQ(Warp(v.fn, src, full, m, area), 0) << v.name;
+        auto table = Table(64);
+        tagST_PIC ref = src.pic, s = src.pic, d = half.pic;
+        s.width = 5;
+        s.height = 3;
+        d.height = 16;
+        tagST_REGISTRATION_AREA a = area;
+        ASSERT_EQ(v.fn(&ref, &s, &d, m.h, &a, table.data()), 0) << v.name;
+        for (int r = 0; r < 32; ++r)
+            for (int c = 0; c < 64; ++c)
+                ASSERT_EQ(half.Y(c, r), r < 16 ? full.Y(c, r) : 9) << v.name << " " << c << "," << r;
+        const size_t chromaRow = v.nv12 ? 64 : 32;
+        for (size_t i = 0; i < half.u.size(); ++i) {
+            ASSERT_EQ(half.u[i], i < 8 * chromaRow ? full.u[i] : 9) << v.name << " " << i;
+            if (!v.nv12) ASSERT_EQ(half.v[i], i < 8 * chromaRow ? full.v[i] : 9) << v.name << " " << i;
+        }
+    }
+}
+
+TEST(PerspectiveWarp, NegativeHeightInTheNv12WarpRunsOnlyTheCopy) {
+    // No area rows: the top band copies rows 0 and 1 (y = 2), the bottom band
+    // every row from there. The whole picture comes from the source, on an
+    // odd width of 7 and 6 rows.
+    for (WarpFn fn : {AffineTransform_NV12, AffineTransform_neon_NV12, AffineTransform}) {
+        Frame src(7, 6, true), dst(7, 6, true);
+        src.Randomize(8);
+        src.pic.format = 0;
+        dst.Fill(1);
+        ASSERT_EQ(Warp(fn, src, dst, Identity(), {2, 2, 4, -2}), 0);
+        EXPECT_TRUE(dst.Same(src));
+    }
+    // The planar mirror would read rows above the picture: refused.
+    Frame src(7, 6, false), dst(7, 6, false);
+    dst.Fill(1);
+    Frame before(dst);
+    EXPECT_EQ(Warp(AffineTransform_YUV420, src, dst, Identity(), {2, 2, 4, -2}), -998);
+    EXPECT_TRUE(dst.Same(before));
+}
+
+// ---- a flat reference ---------------------------------------------------------
+//
+// The described warp, byte by byte on flat planes: every texel index is
+// row * pitch + column, so a read past a row's end takes the next row's
+// first bytes. Bounds-checked vector access makes a read outside the planes
+// fail the test rather than pass unseen.
+
+struct RefPlanes {
+    const Frame& src;
+    Frame& dst;
+    int pitch, chromaPitch;
+};
+
+void RefRow(const RefPlanes& p, const Matrix& m, int x, int w, int r, bool twoRows, bool writeChroma) {
+    const float* H = m.h;
+    const float rf = static_cast<float>(r);
+    float denom = H[6] * static_cast<float>(x) + H[7] * rf + 1.0f;
+    float q = 0.0f;
+    for (int c = x; c != x + w; c += 2) {
+        if (((c - x) & 7) == 0) {
+            q = 1.0f / denom;
+            denom += 8.0f * H[6];
+        }
+        const float cf = static_cast<float>(c);
+        const float sx = (H[0] * cf + H[1] * rf + H[2]) * q;
+        const float sy = (H[3] * cf + H[4] * rf + H[5]) * q;
+        const int ix = static_cast<int>(sx), iy = static_cast<int>(sy);
+        const int fx = static_cast<int>(std::fabs(sx - static_cast<float>(ix)) * 128.0f);
+        const int fy = static_cast<int>(std::fabs(sy - static_cast<float>(iy)) * 128.0f);
+        const int P = p.pitch;
+        for (int j = 0; j < (twoRows ? 2 : 1); ++j) {
+            for (int i = 0; i < 2; ++i) {
+                const size_t b = static_cast<size_t>((iy + j) * P + ix + i);
+                const int T = (128 - fx) * p.src.y.at(b) + fx * p.src.y.at(b + 1);
+                const int B = (128 - fx) * p.src.y.at(b + P) + fx * p.src.y.at(b + P + 1);
+                p.dst.y.at(static_cast<size_t>((r + j) * P + c + i)) =
+                    static_cast<uint8_t>((((T + 32) >> 6) * (128 - fy) + ((B + 32) >> 6) * fy + 128) >> 8);
+            }
+        }
+        if (!writeChroma) continue;
+        const int CP = p.chromaPitch;
+        if (p.dst.nv12) {
+            const size_t from = static_cast<size_t>(((ix + 1) & ~1) + CP * ((iy + 1) >> 1));
+            const size_t to = static_cast<size_t>((r >> 1) * CP + c);
+            p.dst.u.at(to) = p.src.u.at(from);
+            p.dst.u.at(to + 1) = p.src.u.at(from + 1);
+        } else {
+            const size_t from = static_cast<size_t>(((iy + 1) >> 1) * CP + ((ix + 1) >> 1));
+            const size_t to = static_cast<size_t>((r >> 1) * CP + (c >> 1));
+            p.dst.u.at(to) = p.src.u.at(from);
+            p.dst.v.at(to) = p.src.v.at(from);
+        }
+    }
+}
+
+// Row pairs for the single-threaded variants; four bands of h / 4 rows for
+// the threaded ones (pairs, then a last single row with its own mapping; a
+// band starting on an odd row after an odd band leaves that chroma row to
+// the band before).
+void RefWarp(const RefPlanes& p, const Matrix& m, const tagST_REGISTRATION_AREA& a, bool threaded) {
+    if (!threaded) {
+        for (int r = a.y; r < a.y + a.height; r += 2) RefRow(p, m, a.x, a.width, r, true, true);
+        return;
+    }
+    const int bandH = a.height / 4;
+    for (int b = 0; b < 4; ++b) {
+        const int start = a.y + b * bandH, end = start + bandH;
+        const bool shared = b > 0 && (bandH & 1) && (start & 1);
+        int r = start;
+        for (; r + 1 < end; r += 2) RefRow(p, m, a.x, a.width, r, true, !(shared && r == start));
+        if (r < end) RefRow(p, m, a.x, a.width, r, false, !(shared && r == start));
+    }
+}
+
+TEST(PerspectiveWarp, OddAndSmallSizesMatchTheFlatReference) {
+    struct Case {
+        int W, Hh;
+        tagST_REGISTRATION_AREA area;
+        Matrix m;
+    };
+    // Widths 7, 13, 10 and 6 (odd, not multiples of 4, below 8), heights 6
+    // and 10; odd x and y, odd h, areas reaching the right edge so that the
+    // last block reads the next row's first texel.
+    const Case cases[] = {
+        {7, 6, {1, 1, 4, 4}, {{1, 0, 0.5f, 0, 1, 0.25f, 0, 0, 1}}},
+        {7, 8, {1, 0, 6, 4}, {{1, 0, 0.5f, 0, 1, 0, 0, 0, 1}}},
+        {13, 10, {2, 2, 8, 5}, {{1.02f, 0.01f, 0.4f, -0.01f, 0.98f, 0.3f, 0.001f, 0.0005f, 1}}},
+        {6, 6, {0, 0, 6, 4}, {{1, 0, 0, 0, 1, 0, 0, 0, 1}}},
+        {10, 6, {3, 0, 4, 4}, {{0.95f, 0.03f, 1.3f, 0.02f, 1.01f, 0.6f, -0.002f, 0.001f, 1}}},
+        {7, 6, {0, 0, 6, 4}, {{1, 0, 0.75f, 0, 1, 0.5f, 0, 0, 1}}},
+        // Seven rows (three chroma rows): the planar mirror works on whole
+        // rows and fits; the NV12 copy's last row pair would write row 7.
+        {7, 7, {1, 1, 4, 4}, {{1, 0, 0.5f, 0, 1, 0.25f, 0, 0, 1}}},
+    };
+    struct Run {
+        const char* name;
+        WarpFn fn;
+        bool nv12, threaded, stride;
+    };
+    const Run runs[] = {
+        {"AffineTransform_YUV420", AffineTransform_YUV420, false, false, false},
+        {"AffineTransform_NV12", AffineTransform_NV12, true, false, false},
+        {"AffineTransform_neon_YUV420", AffineTransform_neon_YUV420, false, true, false},
+        {"AffineTransform_neon_NV12", AffineTransform_neon_NV12, true, true, false},
+        {"AffineTransform_neon_Stride_YUV420", AffineTransform_neon_Stride_YUV420, false, true, true},
+    };
+    for (const Case& k : cases) {
+        for (const Run& run : runs) {
+            const int pitch = run.stride ? (k.W + 127) & ~127 : k.W;
+            const int cpitch = run.nv12 ? pitch : run.stride ? 128 : k.W / 2;
+            Frame src(k.W, k.Hh, run.nv12, pitch, cpitch), dst(k.W, k.Hh, run.nv12, pitch, cpitch);
+            src.Randomize(static_cast<uint32_t>(k.W * 100 + k.Hh));
+            dst.Fill(77);
+            if (run.nv12 && (k.Hh & 1)) {
+                std::vector<unsigned char> table(static_cast<size_t>(pitch / 8 + 1) * 16);
+                tagST_PIC ref = src.pic;
+                tagST_REGISTRATION_AREA a = k.area;
+                Matrix m = k.m;
+                const Frame before(dst);
+                EXPECT_EQ(run.fn(&ref, &src.pic, &dst.pic, m.h, &a, table.data()), -998) << run.name;
+                EXPECT_TRUE(dst.Same(before)) << run.name;
+                continue;
+            }
+            Frame want(dst);
+            // The reference warp, then the variant's own fill on it (the
+            // fills have their own tests); the NV12 copy comes first.
+            tagST_REGISTRATION_AREA a = k.area;
+            const RefPlanes rp{src, want, pitch, cpitch};
+            if (run.nv12) {
+                (run.threaded ? FillBlank_neon_NV12 : FillBlank_NV12)(&want.pic, &src.pic, a.x, a.y, a.width, a.height);
+                RefWarp(rp, k.m, a, run.threaded);
+            } else {
+                RefWarp(rp, k.m, a, run.threaded);
+                want.pic.stride = pitch;
+                (run.stride ? FillBlank3_Stride : FillBlank3)(&want.pic, a.x, a.y, a.width, a.height);
+            }
+            std::vector<unsigned char> table(static_cast<size_t>(pitch / 8 + 1) * 16);
+            tagST_PIC ref = src.pic;
+            Matrix m = k.m;
+            tocra_test::ClearLog();
+            ASSERT_EQ(run.fn(&ref, &src.pic, &dst.pic, m.h, &a, table.data()), 0) << run.name << " " << k.W;
+            EXPECT_EQ(dst.y, want.y) << run.name << " " << k.W << "x" << k.Hh;
+            EXPECT_EQ(dst.u, want.u) << run.name << " " << k.W << "x" << k.Hh;
+            EXPECT_EQ(dst.v, want.v) << run.name << " " << k.W << "x" << k.Hh;
+        }
+    }
 }
 
 }  // namespace
