@@ -89,7 +89,7 @@ rows=(
   "brief_api 1000 1 \`GetBrief_Descriptors_TocraAPI\`, 1,000 keypoints"
   "brief_api 5000 1 \`GetBrief_Descriptors_TocraAPI\`, 5,000 keypoints"
   "ransac 0 0 \`RansacEstimation\`, both passes of the entry point, 2,000 pairs"
-  "dlt_normal 0 0 DLT normal matrix, 1,400 pairs"
+  "dlt_normal 0 0 DLT normal matrix (\`tocra::DltNormalMatrix_Neon\`), 1,400 pairs"
   "warp_yuv420 0 1 \`AffineTransform_neon\` planar, with the border fill"
   "warp_nv12 0 1 \`AffineTransform_neon\` NV12, with the border fill"
   "fill_nv12 0 1 \`FillBlank_neon_NV12\` border copy"
@@ -216,8 +216,12 @@ Columns:
 
 - plain armhf / plain aarch64: the library's plain twins on the same band
   split and pool (`bench/arm/kernels_plain.cpp` lists the function behind
-  each row); the compiler may still auto-vectorise plain loops on aarch64,
-  where NEON is always present, and on armhf, where the build enables it.
+  each row; the RANSAC row is the library's own, linked with the plain
+  normal matrix); the compiler may still auto-vectorise plain loops on
+  aarch64, where NEON is always present, and on armhf, where the build
+  enables it. The two whole entry points (descriptors, registration) have
+  no plain column here: it will come from a library built with plain rows,
+  through the same driver and `kernels_library.cpp`.
 - NEON armhf / NEON aarch64: the exported kernels as built
   (`bench/arm/kernels_library.cpp`).
 - OpenCV aarch64: the work done by OpenCV (list below).
@@ -276,7 +280,8 @@ What OpenCV does in each row (— where it has no counterpart):
   small part either way).
 - x2 down-scale: `cv::resize` `INTER_AREA` to half size; x2 up-scale:
   `cv::resize` `INTER_LINEAR` to double size; up-scale error: `cv::subtract`
-  into `CV_8S` (saturated signed difference).
+  into `CV_8S` (saturated signed difference; `CV_8U` inputs with a `CV_8S`
+  result take OpenCV's mixed-depth path, hence its large figure).
 - colour conversion with block histograms: `cv::cvtColor` NV12 to BGR at the
   same output size (reads a quarter of our chroma bytes: ours has a chroma
   pair per pixel), `cv::resize` `INTER_AREA` of the BGR image to half size
@@ -298,6 +303,11 @@ What OpenCV does in each row (— where it has no counterpart):
 - registration: `cv::findHomography` (RANSAC, squared bound 80) on the
   keypoint matches and the planar warp above; ours also runs the second
   RANSAC pass, the refit and the motion check.
+
+Which instructions a kernel executes, per output unit and column (the
+plugin's `mnemonics=` histogram of the kernel run minus its baseline's):
+`bash bench/arm/mnemonics.sh KERNEL [WIDTHxHEIGHT]`, with the kernel ids of
+the raw-count table below.
 
 Set-up of the rows: planes with 128-byte-aligned pitches (the registration
 layout; NV12 frames have pitch `width`); the box radius is 40; the colour
