@@ -41,6 +41,7 @@ build() {
   echo "=== $arch: configure and build the drivers" >&2
   cmake -S . -B "$dir" -G Ninja -Wno-dev -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-$arch.cmake -DBRIMVEL_BUILD_TESTS=OFF -DBRIMVEL_BUILD_ARM_COST=ON \
+    -DCMAKE_BUILD_RPATH_USE_ORIGIN=ON \
     "$@" > "$dir.configure.log" 2>&1 || { cat "$dir.configure.log"; return 1; }
   cmake --build "$dir" -j "$jobs" --target insn_count_plugin cost_driver cost_driver_plain \
     $([ "$arch" = aarch64 ] && echo opencv_driver) > "$dir.build.log" 2>&1 || { tail -50 "$dir.build.log"; return 1; }
@@ -54,13 +55,19 @@ built=$(date +%s)
 
 # The emulators: the loader and the C/C++ runtimes from the cross sysroots;
 # OpenCV's libraries from the unpacked packages (lapack and blas live in
-# their own folders, which the packages' alternatives would link).
-ocvlib=$ocv/usr/lib/aarch64-linux-gnu
+# their own folders, which the packages' alternatives would link). The
+# guest sees the same environment, arguments and executables wherever the
+# clone is (an empty environment but for PATH and the library path, paths
+# relative to the clone, runpaths relative to the executable): their sizes
+# move the stack and the heap, and with them the counts of alignment-
+# dependent code such as memcpy.
+ocvlib=build/armcost-opencv/root/usr/lib/aarch64-linux-gnu
 emulator() {
+  local env="env -i PATH=/usr/bin:/bin"
   case "$1" in
-    armhf) echo "qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib" ;;
-    aarch64) echo "qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib" ;;
-    opencv) echo "qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib:$ocvlib:$ocvlib/lapack:$ocvlib/blas:$ocv/lib/aarch64-linux-gnu" ;;
+    armhf) echo "$env qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib" ;;
+    aarch64) echo "$env qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib" ;;
+    opencv) echo "$env qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib:$ocvlib:$ocvlib/lapack:$ocvlib/blas:build/armcost-opencv/root/lib/aarch64-linux-gnu" ;;
   esac
 }
 # The five columns: name, emulator, executable.
@@ -163,11 +170,13 @@ value() {
 per_unit() {  # instructions units -> instructions per unit and call
   awk -v i="$1" -v u="$2" -v c="$calls" 'BEGIN { printf "%.6f", i / u / c }'
 }
-shown() {  # three significant figures at most, two decimals at most
-  awk -v v="$1" 'BEGIN { if (v >= 1000) printf "%.0f", v; else if (v >= 100) printf "%.1f", v; else printf "%.2f", v }'
+shown() {  # three significant figures (two decimals below 1)
+  awk -v v="$1" 'BEGIN {
+    if (v >= 100) { e = 10 ^ (int(log(v) / log(10)) - 2); printf "%.0f", int(v / e + 0.5) * e }
+    else if (v >= 10) printf "%.1f", v; else printf "%.2f", v }'
 }
-ratio() {
-  awk -v a="$1" -v b="$2" 'BEGIN { if (b <= 0) print "—"; else printf "%.2f", a / b }'
+ratio() {  # two decimals, one from 10 on
+  awk -v a="$1" -v b="$2" 'BEGIN { if (b <= 0) print "—"; else if (a / b >= 10) printf "%.1f", a / b; else printf "%.2f", a / b }'
 }
 pretty_size() {
   case "$1" in
@@ -198,6 +207,17 @@ arm64 runtime from Debian with `apt-get download` and unpacks it with
 ```sh
 bash bench/arm/cost.sh
 ```
+
+Repeatability: runs on one thread (OpenCV, RANSAC, the plain warps) give
+the same count on every run, wherever the clone is (the guest gets an empty
+environment, relative paths and runpaths, and the drivers' log sink leaves
+out the time and the process and thread ids). Runs on the worker pool vary by
+a few hundred to a few thousand instructions in tens of millions (under
+0.01%): which thread reaches a semaphore first decides whether `sem_wait`
+and `sem_post` take their fast path, and the box filter prints its
+wall-clock times. The figures in the table (three significant digits)
+repeat, except that one at a rounding boundary can move by one in its last
+digit; the raw counts at the end differ in their last digits.
 
 How each figure is made: for each kernel, size and column, the driver runs
 once calling the kernel and once with the same set-up but the kernel

@@ -14,7 +14,7 @@ count=${3:-}
 top=${4:-12}
 w=${size%x*}
 h=${size#*x}
-ocv=$PWD/build/armcost-opencv/root
+ocv=build/armcost-opencv/root
 ocvlib=$ocv/usr/lib/aarch64-linux-gnu
 plugin=$PWD/build/armcost-aarch64/bench/arm/libinsn_count.so
 [ -f "$plugin" ] || { echo "run bash bench/arm/cost.sh first" >&2; exit 1; }
@@ -33,7 +33,7 @@ for col in "${columns[@]}"; do
   ok=1
   for calls in 0 1; do
     # shellcheck disable=SC2086
-    $emu -plugin "$plugin,out=$tmp/$calls.count,mnemonics=$tmp/$calls.hist" "$exe" "$kernel" "$w" "$h" "$calls" $count \
+    env -i PATH=/usr/bin:/bin $emu -plugin "$plugin,out=$tmp/$calls.count,mnemonics=$tmp/$calls.hist" "$exe" "$kernel" "$w" "$h" "$calls" $count \
       > "$tmp/$calls.out" 2> /dev/null || { ok=0; break; }
   done
   [ "$ok" = 1 ] || continue

@@ -166,7 +166,7 @@ void RunFindHomography(const Args& a) {
                                std::vector<cv::Point2f>(dst.begin(), dst.begin() + n), cv::RANSAC, std::sqrt(80.0),
                                mask, 2000, 0.9995);
     });
-    Units(1, "call");
+    Units(cost::kMatches, "pair");
 }
 
 // Luma bilinear, chroma nearest, with the library's matrix (destination to
