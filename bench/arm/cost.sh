@@ -209,9 +209,10 @@ bash bench/arm/cost.sh
 ```
 
 Repeatability: runs on one thread (OpenCV, RANSAC, the plain warps) give
-the same count on every run, wherever the clone is (the guest gets an empty
-environment, relative paths and runpaths, and the drivers' log sink leaves
-out the time and the process and thread ids). Runs on the worker pool vary by
+the same count on every run (the guest gets an empty environment, relative
+paths and runpaths, and the drivers' log sink leaves out the time and the
+process and thread ids); ours also in a clone in another folder, OpenCV's
+there by up to 16 instructions. Runs on the worker pool vary by
 a few hundred to a few thousand instructions in tens of millions (under
 0.01%): which thread reaches a semaphore first decides whether `sem_wait`
 and `sem_post` take their fast path, and the box filter prints its
