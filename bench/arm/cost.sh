@@ -53,23 +53,10 @@ fi
 plugin=$root/build/armcost-aarch64/bench/arm/libinsn_count.so
 built=$(date +%s)
 
-# The emulators: the loader and the C/C++ runtimes from the cross sysroots;
-# OpenCV's libraries from the unpacked packages (lapack and blas live in
-# their own folders, which the packages' alternatives would link). The
-# guest sees the same environment, arguments and executables wherever the
-# clone is (an empty environment but for PATH and the library path, paths
-# relative to the clone, runpaths relative to the executable): their sizes
-# move the stack and the heap, and with them the counts of alignment-
-# dependent code such as memcpy.
-ocvlib=build/armcost-opencv/root/usr/lib/aarch64-linux-gnu
-emulator() {
-  local env="env -i PATH=/usr/bin:/bin"
-  case "$1" in
-    armhf) echo "$env qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib" ;;
-    aarch64) echo "$env qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib" ;;
-    opencv) echo "$env qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib:$ocvlib:$ocvlib/lapack:$ocvlib/blas:build/armcost-opencv/root/lib/aarch64-linux-gnu" ;;
-  esac
-}
+# The emulators, the guest's environment and the uncounted calls:
+# bench/arm/guest.sh.
+# shellcheck source=bench/arm/guest.sh
+. bench/arm/guest.sh
 # The five columns: name, emulator, executable.
 columns=(
   "plain-armhf armhf build/armcost-armhf/bench/arm/cost_driver_plain"
@@ -105,13 +92,16 @@ rows=(
 
 runs=build/armcost-runs
 
-# One emulator run: writes NAME.count ("insns N"), NAME.units or NAME.na.
+# One emulator run: writes NAME.count ("insns N", "uncounted N"), NAME.units
+# or NAME.na. Our drivers leave out the calls that bench/arm/uncounted.txt
+# names (the list made for each executable below).
 run_one() {
   local name=$1 emu=$2 exe=$3
   shift 3
-  local status=0
+  local status=0 uncounted=""
+  [ "$emu" != opencv ] && uncounted=",uncounted=$runs/$(basename "$exe")-$emu.uncounted"
   # shellcheck disable=SC2046
-  $(emulator "$emu") -plugin "$plugin,out=$runs/$name.count" "$exe" "$@" > "$runs/$name.stdout" 2> "$runs/$name.stderr" ||
+  $(emulator "$emu") -plugin "$plugin,out=$runs/$name.count$uncounted" "$exe" "$@" > "$runs/$name.stdout" 2> "$runs/$name.stderr" ||
     status=$?
   if [ "$status" -eq 3 ]; then
     touch "$runs/$name.na"
@@ -119,12 +109,16 @@ run_one() {
     echo "run failed ($status): $exe $*" >&2
     tail -5 "$runs/$name.stderr" >&2
     return 1
+  elif ! grep -q '^insns ' "$runs/$name.count" 2> /dev/null; then
+    echo "no count: $exe $*" >&2
+    cat "$runs/$name.count" >&2 2> /dev/null || true
+    return 1
   else
     grep '^cost-units ' "$runs/$name.stdout" | tail -1 | cut -d' ' -f2- > "$runs/$name.units"
   fi
 }
 export -f run_one emulator
-export runs plugin ocv ocvlib
+export runs plugin guest_env
 
 # Every (row, size, column) pair: the kernel run and its baseline. Longest
 # first, so that the two cores finish together.
@@ -132,6 +126,10 @@ list=$runs/jobs.txt
 if [ "$table_only" = 0 ]; then
 rm -rf "$runs"
 mkdir -p "$runs"
+for col in "${columns[@]}"; do
+  read -r cname emu exe <<< "$col"
+  if [ "$emu" != opencv ]; then uncounted_list "$emu" "$exe" "$runs/$(basename "$exe")-$emu.uncounted"; fi
+done
 for size in $sizes; do
   w=${size%x*}
   h=${size#*x}
@@ -162,8 +160,8 @@ value() {
     return
   fi
   local k b
-  k=$(awk '{print $2}' "${base}__k.count")
-  b=$(awk '{print $2}' "${base}__b.count")
+  k=$(awk '/^insns / {print $2}' "${base}__k.count")
+  b=$(awk '/^insns / {print $2}' "${base}__b.count")
   echo "$((k - b)) $(cat "${base}__k.units")"
 }
 
@@ -350,8 +348,24 @@ EOF
   echo "|---|---|---:|---:|---:|---:|---:|---:|"
   printf '%s' "$raw"
 } > "$out"
+# What the uncounted calls took (not in the table: their counts differ from
+# run to run): the most in one run, and the most by which a kernel run's
+# exceeds its baseline's, against the kernel's count of the same row and
+# column.
+uncounted_summary() {
+  local f base
+  for f in "$runs"/*__k.count; do
+    base=${f%__k.count}
+    [ -e "${base}__b.count" ] || continue
+    awk -v id="$(basename "$base")" '/^insns / { n[FILENAME] = $2 } /^uncounted / { u[FILENAME] = $2 }
+      END { k = ARGV[1]; b = ARGV[2]; if (k in u) print u[k], u[b], u[k] - u[b], n[k] - n[b], id }' "$f" "${base}__b.count"
+  done | awk '{ if ($1 > run) { run = $1; rat = $5 } if ($2 > run) { run = $2; rat = $5 }
+                if ($3 > diff) { diff = $3; dat = $5 } if ($4 > 0 && $3 / $4 > share) { share = $3 / $4; sat = $5 } }
+    END { printf "uncounted calls: at most %d instructions in a run (%s); a kernel run at most %d more than its baseline (%s), at most %.4f%% of a kernel count (%s)\n", run, rat, diff, dat, 100 * share, sat }'
+}
 end=$(date +%s)
 machine="$(nproc) cores, load average $(cut -d' ' -f1-3 /proc/loadavg) at the end"
 if [ "$table_only" = 0 ]; then
   echo "wrote $out: build $((built - start)) s, $(wc -l < "$list") runs $((finished - built)) s, total $((end - start)) s ($machine)" >&2
 fi
+uncounted_summary >&2
