@@ -152,29 +152,46 @@ finished=$(date +%s)
 # ---------------------------------------------------------------------------
 # The table.
 # ---------------------------------------------------------------------------
-# value ID COLUMN: "instructions units-name" of the kernel, or "na".
+# value ID COLUMN: "instructions units units-name" of the kernel, or "na"
+# (read with the shell's builtins: the table reads 360 files).
 value() {
-  local base="$runs/$1__$2"
+  local base="$runs/$1__$2" k b units
   if [ -e "${base}__k.na" ]; then
     echo na
     return
   fi
-  local k b
-  k=$(awk '/^insns / {print $2}' "${base}__k.count")
-  b=$(awk '/^insns / {print $2}' "${base}__b.count")
-  echo "$((k - b)) $(cat "${base}__k.units")"
+  read -r _ k < "${base}__k.count"
+  read -r _ b < "${base}__b.count"
+  read -r units < "${base}__k.units"
+  echo "$((k - b)) $units"
 }
 
-per_unit() {  # instructions units -> instructions per unit and call
-  awk -v i="$1" -v u="$2" -v c="$calls" 'BEGIN { printf "%.6f", i / u / c }'
-}
-shown() {  # three significant figures (two decimals below 1)
-  awk -v v="$1" 'BEGIN {
-    if (v >= 100) { e = 10 ^ (int(log(v) / log(10)) - 2); printf "%.0f", int(v / e + 0.5) * e }
-    else if (v >= 10) printf "%.1f", v; else printf "%.2f", v }'
-}
-ratio() {  # two decimals, one from 10 on
-  awk -v a="$1" -v b="$2" 'BEGIN { if (b <= 0) print "—"; else if (a / b >= 10) printf "%.1f", a / b; else printf "%.2f", a / b }'
+# figures N1 U1 ... N5 U5 (the five columns' instructions and units, "na na"
+# where there is no form): the five figures per unit and call (three
+# significant figures, two decimals below 1; "—" for none), then the two
+# NEON speed-ups and ours / OpenCV (two decimals, one from 10 on).
+figures() {
+  awk -v c="$calls" 'BEGIN {
+    for (i = 1; i <= 5; ++i) {
+      n = ARGV[2 * i - 1]; u = ARGV[2 * i]
+      if (n == "na") { f[i] = "—"; continue }
+      f[i] = sprintf("%.6f", n / u / c)
+    }
+    r[1] = ratio(f[1], f[2]); r[2] = ratio(f[3], f[4]); r[3] = ratio(f[4], f[5])
+    line = ""
+    for (i = 1; i <= 5; ++i) line = line (f[i] == "—" ? "—" : shown(f[i] + 0)) " "
+    print line r[1] " " r[2] " " r[3]
+    exit
+  }
+  function shown(v, e) {
+    if (v >= 100) { e = 10 ^ (int(log(v) / log(10)) - 2); return sprintf("%.0f", int(v / e + 0.5) * e) }
+    if (v >= 10) return sprintf("%.1f", v)
+    return sprintf("%.2f", v)
+  }
+  function ratio(a, b) {
+    if (a == "—" || b == "—" || b + 0 <= 0) return "—"
+    return a / b >= 10 ? sprintf("%.1f", a / b) : sprintf("%.2f", a / b)
+  }' "$@"
 }
 pretty_size() {
   case "$1" in
@@ -260,36 +277,31 @@ EOF
     for size in $sizes; do
       if [ "$sized" = 0 ] && [ "$size" != "${sizes%% *}" ]; then continue; fi
       id="${kernel}_${count}_${size}"
-      declare -A fig=() ins=()
+      declare -A ins=()
       unit=""
+      args=()
       for col in "${columns[@]}"; do
         read -r cname _ <<< "$col"
         v=$(value "$id" "$cname")
         if [ "$v" = na ]; then
-          fig[$cname]="—"
           ins[$cname]="—"
+          args+=(na na)
         else
           read -r n u uname <<< "$v"
-          fig[$cname]=$(per_unit "$n" "$u")
           ins[$cname]=$n
+          args+=("$n" "$u")
           unit=$uname
         fi
       done
-      sp32=$( [ "${fig[plain-armhf]}" != "—" ] && ratio "${fig[plain-armhf]}" "${fig[neon-armhf]}" || echo "—")
-      sp64=$( [ "${fig[plain-aarch64]}" != "—" ] && ratio "${fig[plain-aarch64]}" "${fig[neon-aarch64]}" || echo "—")
-      vs=$( [ "${fig[opencv-aarch64]}" != "—" ] && ratio "${fig[neon-aarch64]}" "${fig[opencv-aarch64]}" || echo "—")
-      for c in "${!fig[@]}"; do
-        if [ "${fig[$c]}" != "—" ]; then fig[$c]=$(shown "${fig[$c]}"); fi
-      done
+      read -r f1 f2 f3 f4 f5 sp32 sp64 vs <<< "$(figures "${args[@]}")"
       shown_size=$(pretty_size "$size")
       if [ "$sized" = 0 ]; then shown_size="any"; fi
       printf '| %s | %s | %s | %s | %s | %s | %s | %s | %s | %s | %s |\n' "$label" "$shown_size" "$unit" \
-        "${fig[plain-armhf]}" "${fig[neon-armhf]}" "${fig[plain-aarch64]}" "${fig[neon-aarch64]}" \
-        "${fig[opencv-aarch64]}" "$sp32" "$sp64" "$vs"
+        "$f1" "$f2" "$f3" "$f4" "$f5" "$sp32" "$sp64" "$vs"
       kps=""
       if [ "$count" != 0 ]; then kps=$count; fi
       raw+="| $kernel | $shown_size | $kps | ${ins[plain-armhf]} | ${ins[neon-armhf]} | ${ins[plain-aarch64]} | ${ins[neon-aarch64]} | ${ins[opencv-aarch64]} |"$'\n'
-      unset fig ins
+      unset ins
     done
   done
   cat <<'EOF'
@@ -353,12 +365,14 @@ EOF
 # exceeds its baseline's, against the kernel's count of the same row and
 # column.
 uncounted_summary() {
-  local f base
+  local f base k b ku bu
   for f in "$runs"/*__k.count; do
     base=${f%__k.count}
     [ -e "${base}__b.count" ] || continue
-    awk -v id="$(basename "$base")" '/^insns / { n[FILENAME] = $2 } /^uncounted / { u[FILENAME] = $2 }
-      END { k = ARGV[1]; b = ARGV[2]; if (k in u) print u[k], u[b], u[k] - u[b], n[k] - n[b], id }' "$f" "${base}__b.count"
+    { read -r _ k; read -r _ ku || true; } < "$f"
+    { read -r _ b; read -r _ bu || true; } < "${base}__b.count"
+    [ -n "$ku" ] && echo "$ku $bu $((ku - bu)) $((k - b)) ${base##*/}"
+    ku=""
   done | awk '{ if ($1 > run) { run = $1; rat = $5 } if ($2 > run) { run = $2; rat = $5 }
                 if ($3 > diff) { diff = $3; dat = $5 } if ($4 > 0 && $3 / $4 > share) { share = $3 / $4; sat = $5 } }
     END { printf "uncounted calls: at most %d instructions in a run (%s); a kernel run at most %d more than its baseline (%s), at most %.4f%% of a kernel count (%s)\n", run, rat, diff, dat, 100 * share, sat }'
