@@ -207,9 +207,10 @@ pretty_size() {
 
 Guest instructions that qemu-user executes for each kernel, counted by the
 plugin `bench/arm/insn_count.c` (every executed translation block adds its
-instruction count to one atomic total, over all threads). This is a
-deterministic measure of ARM work: the same program gives the same count on
-every run and every machine, with no timing noise. It knows nothing of
+instruction count to the total of the thread that executes it; the threads'
+totals are added up at exit). With the synchronisation calls left out
+(below), this is a deterministic measure of ARM work: the same program
+gives the same count on every run, with no timing noise. It knows nothing of
 caches, memory bandwidth, pipelines or the cost of each instruction (a
 multiply or a 16-byte load counts one, like an add), so it goes beside the
 x86-64 wall-clock benchmarks of [RESULTS.md](RESULTS.md), not in place of
@@ -218,25 +219,92 @@ them.
 Reproduce (builds what it needs into `build/armcost-*/`; fetches OpenCV's
 arm64 runtime from Debian with `apt-get download` and unpacks it with
 `dpkg -x`, nothing is installed). From a clean clone on this 2-core
-machine: 2 minutes 14 seconds with the machine nearly idle (45 s building,
-80 s for the 360 emulator runs), 8 minutes 14 seconds while other builds
-kept its load average near 8:
+machine, while other builds kept its load average between 7 and 10:
+8 minutes 1 second (4 minutes 29 seconds for the download and the two
+builds, 3 minutes 26 seconds for the 360 emulator runs), using 4 minutes
+6 seconds of processor time; run again in the same clone, which builds
+nothing, 4 minutes 26 seconds at a load average near 7:
 
 ```sh
 bash bench/arm/cost.sh
 ```
 
-Repeatability: runs on one thread (OpenCV, RANSAC, the plain warps) give
-the same count on every run (the guest gets an empty environment, relative
-paths and runpaths, and the drivers' log sink leaves out the time and the
-process and thread ids); ours also in a clone in another folder, OpenCV's
-there by up to 16 instructions. Runs on the worker pool vary by
-a few hundred to a few thousand instructions in tens of millions (under
-0.01%): which thread reaches a semaphore first decides whether `sem_wait`
-and `sem_post` take their fast path, and the box filter prints its
-wall-clock times. The figures in the table (three significant digits)
-repeat, except that one at a rounding boundary can move by one in its last
-digit; the raw counts at the end differ in their last digits.
+Repeatability: two runs of the command give the same raw count in every
+row and column, and so does a run from a fresh clone in another folder
+(checked: two runs in one clone and one in each of two fresh clones under
+`/tmp` gave the raw-count table at the end digit for digit). What makes
+them so:
+
+- Our drivers are static executables (the cross sysroot's C and C++
+  libraries linked in): no loader, no library path. The C library's
+  start-up would keep the executable's absolute folder (qemu's answer for
+  `/proc/self/exe`) on the heap, moving every later heap block with the
+  length of the clone's path (the 1,000-keypoint descriptor rows by 4
+  instructions): the drivers are linked with `--wrap=_dl_get_origin`, and
+  the folder is unknown to it, as it is when that link cannot be read
+  (it only serves `$ORIGIN` in `dlopen`). OpenCV's driver is
+  dynamic; it finds its libraries under fixed absolute guest paths, through
+  a guest root given to qemu's `-L` (`bench/arm/fetch-opencv-arm64.sh`
+  makes it). With relative library paths the loader put the clone's folder
+  in front of every library's name, which moved the heap and with it two of
+  OpenCV's rows by 12 and 24 instructions between clones.
+- Every guest gets the same environment, `PATH` and
+  `GLIBC_TUNABLES=glibc.malloc.arena_max=8`, and paths relative to the
+  clone (`bench/arm/guest.sh`). Without a fixed limit the C library sizes
+  its number of malloc arenas from the host's core count, which qemu passes
+  through: on this 2-core machine the fourth pool worker of an armhf run
+  shared an arena with another thread, and on one core the armhf vertical
+  box sums counted 25 instructions fewer. With eight, every thread that
+  allocates gets an arena of its own on any host.
+- The box filter prints the time of its passes: the drivers are linked with
+  `--wrap=gettimeofday`, and the library's calls get a fixed time (every
+  pass prints `time:0 ms`). The drivers' log sink leaves out the time and
+  the process and thread ids.
+- The calls whose count depends on which thread gets there first are left
+  out, as follows.
+
+What the counts leave out (`bench/arm/uncounted.txt`): in our columns, the
+calls of the C library's `sem_wait`, `sem_post`, `sem_trywait`,
+`pthread_join` and `arena_get2`, each with everything the calling thread
+executes until the call returns. The first four are the library's
+synchronisation: the worker pool's two semaphores per worker, and the joins
+of the pool's workers and of the warp's four threads. A semaphore that is
+already posted costs a few instructions, one that is not a futex wait with
+its retries, atomic operations and cancellation checks; a join waits in the
+same way for a thread that is still running, then puts the thread's stack
+back in the C library's cache. `arena_get2` runs at a thread's first
+allocation (the workers of the vertical box sums) and attaches the thread to
+a malloc arena, which it creates when there is no free one; whether it finds
+one free or waits for the arena list's lock depends on which worker
+allocates first. None of them touches the pixels: what runs inside them
+(the plugin's per-function histogram, `symbols=`) is atomic operations,
+futex and memory-mapping system calls, cancellation state, list and lock
+bookkeeping and the new arena's empty bins; no `memcpy`, `memset` or
+arithmetic on data. They are small: in four runs of the command (two in
+one clone, two in fresh clones), at most 10,354 instructions in one run
+(the box filter on armhf: two passes on the pool, and the workers' first
+allocations), a kernel run at most 8,355 more than its baseline, at most
+0.35% of a kernel's count (the plain x2 down-scale at 1920 x 1080, 0.57 to
+0.65 million instructions) and at most 0.05% of every count above 10
+million; `cost.sh` prints these figures for its own run at the end. The
+library reaches these functions through wrappers
+(`bench/arm/sync_calls.cpp`, linked with `--wrap`) that call them with a
+call instruction, because its own code may jump to them (a tail call) and
+the plugin ends an uncounted call where it returns; the wrappers' own few
+instructions per call are counted. OpenCV runs on one thread: it starts no thread (no `clone` system
+call under qemu's `-strace`), its libraries do not import the semaphore or
+join functions, and its thread allocates from the main arena, which never
+goes through `arena_get2`. None of the exclusions applies to it, and it needs
+none.
+
+Static linking has one more effect: our calls into the C library go
+straight to the function (or through the same IFUNC stub as from a shared
+object, for `memcpy` and its kind), where a shared object's call goes
+through a PLT stub of 3 to 5 instructions, as OpenCV's do. Ours are
+therefore a little lower than the library would execute as a shared object:
+RANSAC by 43,000 to 49,000 instructions (0.2% to 0.5% of its count, mostly
+its calls of `hypotf`), the DLT normal matrix by up to 900, the
+single-threaded warps and the border copy not at all.
 
 How each figure is made: for each kernel, size and column, the driver runs
 once calling the kernel and once with the same set-up but the kernel
@@ -244,12 +312,13 @@ skipped (the baseline); the difference is divided by the number of output
 pixels (or keypoints, pairs, calls; the "per" column). Our kernels run as the
 library runs them: their four bands on the four pool workers, or four
 threads of their own for the warp, and the count is the total over all
-threads, what a phone executes. OpenCV runs single-threaded
+threads, what a phone executes but for the calls left out above. OpenCV runs single-threaded
 (`cv::setNumThreads(1)`), Debian's arm64 build 4.6 (its NEON code paths);
 its baselines include one call on a 256 x 256 input, so that its one-time
 initialisation is not counted. Compilers: Debian's cross g++ 12, `-O3`
 (Release), `-march=armv7-a -mfpu=neon -mfloat-abi=hard` for armhf (Thumb-2
-by default).
+by default); our drivers are linked statically with the cross sysroots'
+glibc 2.36 and libstdc++, OpenCV's dynamically with the same arm64 ones.
 
 Columns:
 
@@ -260,7 +329,8 @@ Columns:
   aarch64, where NEON is always present, and on armhf, where the build
   enables it. The two whole entry points (descriptors, registration) have
   no plain column here: it will come from a library built with plain rows,
-  through the same driver and `kernels_library.cpp`.
+  through the same driver and `kernels_library.cpp` (a static archive
+  linked by `brimvel_cost_driver` in `bench/arm/CMakeLists.txt`).
 - NEON armhf / NEON aarch64: the exported kernels as built
   (`bench/arm/kernels_library.cpp`).
 - OpenCV aarch64: the work done by OpenCV (list below).
