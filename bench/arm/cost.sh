@@ -291,11 +291,11 @@ library reaches these functions through wrappers
 (`bench/arm/sync_calls.cpp`, linked with `--wrap`) that call them with a
 call instruction, because its own code may jump to them (a tail call) and
 the plugin ends an uncounted call where it returns; the wrappers' own few
-instructions per call are counted. OpenCV runs on one thread: it starts no thread (no `clone` system
-call under qemu's `-strace`), its libraries do not import the semaphore or
-join functions, and its thread allocates from the main arena, which never
-goes through `arena_get2`. None of the exclusions applies to it, and it needs
-none.
+instructions per call are counted. OpenCV runs on one thread: it starts no
+thread (no `clone` system call under qemu's `-strace`), its libraries do
+not import the semaphore or join functions, and its thread allocates from
+the main arena, which never goes through `arena_get2`. None of the
+exclusions applies to it, and it needs none.
 
 Static linking has one more effect: our calls into the C library go
 straight to the function (or through the same IFUNC stub as from a shared
@@ -312,8 +312,9 @@ skipped (the baseline); the difference is divided by the number of output
 pixels (or keypoints, pairs, calls; the "per" column). Our kernels run as the
 library runs them: their four bands on the four pool workers, or four
 threads of their own for the warp, and the count is the total over all
-threads, what a phone executes but for the calls left out above. OpenCV runs single-threaded
-(`cv::setNumThreads(1)`), Debian's arm64 build 4.6 (its NEON code paths);
+threads, what a phone executes but for the calls left out above. OpenCV
+runs single-threaded (`cv::setNumThreads(1)`), Debian's arm64 build 4.6
+(its NEON code paths);
 its baselines include one call on a 256 x 256 input, so that its one-time
 initialisation is not counted. Compilers: Debian's cross g++ 12, `-O3`
 (Release), `-march=armv7-a -mfpu=neon -mfloat-abi=hard` for armhf (Thumb-2
