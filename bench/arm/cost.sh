@@ -53,23 +53,10 @@ fi
 plugin=$root/build/armcost-aarch64/bench/arm/libinsn_count.so
 built=$(date +%s)
 
-# The emulators: the loader and the C/C++ runtimes from the cross sysroots;
-# OpenCV's libraries from the unpacked packages (lapack and blas live in
-# their own folders, which the packages' alternatives would link). The
-# guest sees the same environment, arguments and executables wherever the
-# clone is (an empty environment but for PATH and the library path, paths
-# relative to the clone, runpaths relative to the executable): their sizes
-# move the stack and the heap, and with them the counts of alignment-
-# dependent code such as memcpy.
-ocvlib=build/armcost-opencv/root/usr/lib/aarch64-linux-gnu
-emulator() {
-  local env="env -i PATH=/usr/bin:/bin"
-  case "$1" in
-    armhf) echo "$env qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib" ;;
-    aarch64) echo "$env qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib" ;;
-    opencv) echo "$env qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib:$ocvlib:$ocvlib/lapack:$ocvlib/blas:build/armcost-opencv/root/lib/aarch64-linux-gnu" ;;
-  esac
-}
+# The emulators, the guest's environment and the uncounted calls:
+# bench/arm/guest.sh.
+# shellcheck source=bench/arm/guest.sh
+. bench/arm/guest.sh
 # The five columns: name, emulator, executable.
 columns=(
   "plain-armhf armhf build/armcost-armhf/bench/arm/cost_driver_plain"
@@ -105,13 +92,16 @@ rows=(
 
 runs=build/armcost-runs
 
-# One emulator run: writes NAME.count ("insns N"), NAME.units or NAME.na.
+# One emulator run: writes NAME.count ("insns N", "uncounted N"), NAME.units
+# or NAME.na. Our drivers leave out the calls that bench/arm/uncounted.txt
+# names (the list made for each executable below).
 run_one() {
   local name=$1 emu=$2 exe=$3
   shift 3
-  local status=0
+  local status=0 uncounted=""
+  [ "$emu" != opencv ] && uncounted=",uncounted=$runs/$(basename "$exe")-$emu.uncounted"
   # shellcheck disable=SC2046
-  $(emulator "$emu") -plugin "$plugin,out=$runs/$name.count" "$exe" "$@" > "$runs/$name.stdout" 2> "$runs/$name.stderr" ||
+  $(emulator "$emu") -plugin "$plugin,out=$runs/$name.count$uncounted" "$exe" "$@" > "$runs/$name.stdout" 2> "$runs/$name.stderr" ||
     status=$?
   if [ "$status" -eq 3 ]; then
     touch "$runs/$name.na"
@@ -119,12 +109,16 @@ run_one() {
     echo "run failed ($status): $exe $*" >&2
     tail -5 "$runs/$name.stderr" >&2
     return 1
+  elif ! grep -q '^insns ' "$runs/$name.count" 2> /dev/null; then
+    echo "no count: $exe $*" >&2
+    cat "$runs/$name.count" >&2 2> /dev/null || true
+    return 1
   else
     grep '^cost-units ' "$runs/$name.stdout" | tail -1 | cut -d' ' -f2- > "$runs/$name.units"
   fi
 }
 export -f run_one emulator
-export runs plugin ocv ocvlib
+export runs plugin guest_env
 
 # Every (row, size, column) pair: the kernel run and its baseline. Longest
 # first, so that the two cores finish together.
@@ -132,6 +126,10 @@ list=$runs/jobs.txt
 if [ "$table_only" = 0 ]; then
 rm -rf "$runs"
 mkdir -p "$runs"
+for col in "${columns[@]}"; do
+  read -r cname emu exe <<< "$col"
+  if [ "$emu" != opencv ]; then uncounted_list "$emu" "$exe" "$runs/$(basename "$exe")-$emu.uncounted"; fi
+done
 for size in $sizes; do
   w=${size%x*}
   h=${size#*x}
@@ -154,29 +152,46 @@ finished=$(date +%s)
 # ---------------------------------------------------------------------------
 # The table.
 # ---------------------------------------------------------------------------
-# value ID COLUMN: "instructions units-name" of the kernel, or "na".
+# value ID COLUMN: "instructions units units-name" of the kernel, or "na"
+# (read with the shell's builtins: the table reads 360 files).
 value() {
-  local base="$runs/$1__$2"
+  local base="$runs/$1__$2" k b units
   if [ -e "${base}__k.na" ]; then
     echo na
     return
   fi
-  local k b
-  k=$(awk '{print $2}' "${base}__k.count")
-  b=$(awk '{print $2}' "${base}__b.count")
-  echo "$((k - b)) $(cat "${base}__k.units")"
+  read -r _ k < "${base}__k.count"
+  read -r _ b < "${base}__b.count"
+  read -r units < "${base}__k.units"
+  echo "$((k - b)) $units"
 }
 
-per_unit() {  # instructions units -> instructions per unit and call
-  awk -v i="$1" -v u="$2" -v c="$calls" 'BEGIN { printf "%.6f", i / u / c }'
-}
-shown() {  # three significant figures (two decimals below 1)
-  awk -v v="$1" 'BEGIN {
-    if (v >= 100) { e = 10 ^ (int(log(v) / log(10)) - 2); printf "%.0f", int(v / e + 0.5) * e }
-    else if (v >= 10) printf "%.1f", v; else printf "%.2f", v }'
-}
-ratio() {  # two decimals, one from 10 on
-  awk -v a="$1" -v b="$2" 'BEGIN { if (b <= 0) print "—"; else if (a / b >= 10) printf "%.1f", a / b; else printf "%.2f", a / b }'
+# figures N1 U1 ... N5 U5 (the five columns' instructions and units, "na na"
+# where there is no form): the five figures per unit and call (three
+# significant figures, two decimals below 1; "—" for none), then the two
+# NEON speed-ups and ours / OpenCV (two decimals, one from 10 on).
+figures() {
+  awk -v c="$calls" 'BEGIN {
+    for (i = 1; i <= 5; ++i) {
+      n = ARGV[2 * i - 1]; u = ARGV[2 * i]
+      if (n == "na") { f[i] = "—"; continue }
+      f[i] = sprintf("%.6f", n / u / c)
+    }
+    r[1] = ratio(f[1], f[2]); r[2] = ratio(f[3], f[4]); r[3] = ratio(f[4], f[5])
+    line = ""
+    for (i = 1; i <= 5; ++i) line = line (f[i] == "—" ? "—" : shown(f[i] + 0)) " "
+    print line r[1] " " r[2] " " r[3]
+    exit
+  }
+  function shown(v, e) {
+    if (v >= 100) { e = 10 ^ (int(log(v) / log(10)) - 2); return sprintf("%.0f", int(v / e + 0.5) * e) }
+    if (v >= 10) return sprintf("%.1f", v)
+    return sprintf("%.2f", v)
+  }
+  function ratio(a, b) {
+    if (a == "—" || b == "—" || b + 0 <= 0) return "—"
+    return a / b >= 10 ? sprintf("%.1f", a / b) : sprintf("%.2f", a / b)
+  }' "$@"
 }
 pretty_size() {
   case "$1" in
@@ -192,9 +207,10 @@ pretty_size() {
 
 Guest instructions that qemu-user executes for each kernel, counted by the
 plugin `bench/arm/insn_count.c` (every executed translation block adds its
-instruction count to one atomic total, over all threads). This is a
-deterministic measure of ARM work: the same program gives the same count on
-every run and every machine, with no timing noise. It knows nothing of
+instruction count to the total of the thread that executes it; the threads'
+totals are added up at exit). With the synchronisation calls left out
+(below), this is a deterministic measure of ARM work: the same program
+gives the same count on every run, with no timing noise. It knows nothing of
 caches, memory bandwidth, pipelines or the cost of each instruction (a
 multiply or a 16-byte load counts one, like an add), so it goes beside the
 x86-64 wall-clock benchmarks of [RESULTS.md](RESULTS.md), not in place of
@@ -203,25 +219,92 @@ them.
 Reproduce (builds what it needs into `build/armcost-*/`; fetches OpenCV's
 arm64 runtime from Debian with `apt-get download` and unpacks it with
 `dpkg -x`, nothing is installed). From a clean clone on this 2-core
-machine: 2 minutes 14 seconds with the machine nearly idle (45 s building,
-80 s for the 360 emulator runs), 8 minutes 14 seconds while other builds
-kept its load average near 8:
+machine, while other builds kept its load average between 7 and 10:
+8 minutes 1 second (4 minutes 29 seconds for the download and the two
+builds, 3 minutes 26 seconds for the 360 emulator runs), using 4 minutes
+6 seconds of processor time; run again in the same clone, which builds
+nothing, 4 minutes 26 seconds at a load average near 7:
 
 ```sh
 bash bench/arm/cost.sh
 ```
 
-Repeatability: runs on one thread (OpenCV, RANSAC, the plain warps) give
-the same count on every run (the guest gets an empty environment, relative
-paths and runpaths, and the drivers' log sink leaves out the time and the
-process and thread ids); ours also in a clone in another folder, OpenCV's
-there by up to 16 instructions. Runs on the worker pool vary by
-a few hundred to a few thousand instructions in tens of millions (under
-0.01%): which thread reaches a semaphore first decides whether `sem_wait`
-and `sem_post` take their fast path, and the box filter prints its
-wall-clock times. The figures in the table (three significant digits)
-repeat, except that one at a rounding boundary can move by one in its last
-digit; the raw counts at the end differ in their last digits.
+Repeatability: two runs of the command give the same raw count in every
+row and column, and so does a run from a fresh clone in another folder
+(checked: two runs in one clone and one in each of two fresh clones under
+`/tmp` gave the raw-count table at the end digit for digit). What makes
+them so:
+
+- Our drivers are static executables (the cross sysroot's C and C++
+  libraries linked in): no loader, no library path. The C library's
+  start-up would keep the executable's absolute folder (qemu's answer for
+  `/proc/self/exe`) on the heap, moving every later heap block with the
+  length of the clone's path (the 1,000-keypoint descriptor rows by 4
+  instructions): the drivers are linked with `--wrap=_dl_get_origin`, and
+  the folder is unknown to it, as it is when that link cannot be read
+  (it only serves `$ORIGIN` in `dlopen`). OpenCV's driver is
+  dynamic; it finds its libraries under fixed absolute guest paths, through
+  a guest root given to qemu's `-L` (`bench/arm/fetch-opencv-arm64.sh`
+  makes it). With relative library paths the loader put the clone's folder
+  in front of every library's name, which moved the heap and with it two of
+  OpenCV's rows by 12 and 24 instructions between clones.
+- Every guest gets the same environment, `PATH` and
+  `GLIBC_TUNABLES=glibc.malloc.arena_max=8`, and paths relative to the
+  clone (`bench/arm/guest.sh`). Without a fixed limit the C library sizes
+  its number of malloc arenas from the host's core count, which qemu passes
+  through: on this 2-core machine the fourth pool worker of an armhf run
+  shared an arena with another thread, and on one core the armhf vertical
+  box sums counted 25 instructions fewer. With eight, every thread that
+  allocates gets an arena of its own on any host.
+- The box filter prints the time of its passes: the drivers are linked with
+  `--wrap=gettimeofday`, and the library's calls get a fixed time (every
+  pass prints `time:0 ms`). The drivers' log sink leaves out the time and
+  the process and thread ids.
+- The calls whose count depends on which thread gets there first are left
+  out, as follows.
+
+What the counts leave out (`bench/arm/uncounted.txt`): in our columns, the
+calls of the C library's `sem_wait`, `sem_post`, `sem_trywait`,
+`pthread_join` and `arena_get2`, each with everything the calling thread
+executes until the call returns. The first four are the library's
+synchronisation: the worker pool's two semaphores per worker, and the joins
+of the pool's workers and of the warp's four threads. A semaphore that is
+already posted costs a few instructions, one that is not a futex wait with
+its retries, atomic operations and cancellation checks; a join waits in the
+same way for a thread that is still running, then puts the thread's stack
+back in the C library's cache. `arena_get2` runs at a thread's first
+allocation (the workers of the vertical box sums) and attaches the thread to
+a malloc arena, which it creates when there is no free one; whether it finds
+one free or waits for the arena list's lock depends on which worker
+allocates first. None of them touches the pixels: what runs inside them
+(the plugin's per-function histogram, `symbols=`) is atomic operations,
+futex and memory-mapping system calls, cancellation state, list and lock
+bookkeeping and the new arena's empty bins; no `memcpy`, `memset` or
+arithmetic on data. They are small: in four runs of the command (two in
+one clone, two in fresh clones), at most 10,354 instructions in one run
+(the box filter on armhf: two passes on the pool, and the workers' first
+allocations), a kernel run at most 8,355 more than its baseline, at most
+0.35% of a kernel's count (the plain x2 down-scale at 1920 x 1080, 0.57 to
+0.65 million instructions) and at most 0.05% of every count above 10
+million; `cost.sh` prints these figures for its own run at the end. The
+library reaches these functions through wrappers
+(`bench/arm/sync_calls.cpp`, linked with `--wrap`) that call them with a
+call instruction, because its own code may jump to them (a tail call) and
+the plugin ends an uncounted call where it returns; the wrappers' own few
+instructions per call are counted. OpenCV runs on one thread: it starts no
+thread (no `clone` system call under qemu's `-strace`), its libraries do
+not import the semaphore or join functions, and its thread allocates from
+the main arena, which never goes through `arena_get2`. None of the
+exclusions applies to it, and it needs none.
+
+Static linking has one more effect: our calls into the C library go
+straight to the function (or through the same IFUNC stub as from a shared
+object, for `memcpy` and its kind), where a shared object's call goes
+through a PLT stub of 3 to 5 instructions, as OpenCV's do. Ours are
+therefore a little lower than the library would execute as a shared object:
+RANSAC by 43,000 to 49,000 instructions (0.2% to 0.5% of its count, mostly
+its calls of `hypotf`), the DLT normal matrix by up to 900, the
+single-threaded warps and the border copy not at all.
 
 How each figure is made: for each kernel, size and column, the driver runs
 once calling the kernel and once with the same set-up but the kernel
@@ -229,12 +312,14 @@ skipped (the baseline); the difference is divided by the number of output
 pixels (or keypoints, pairs, calls; the "per" column). Our kernels run as the
 library runs them: their four bands on the four pool workers, or four
 threads of their own for the warp, and the count is the total over all
-threads, what a phone executes. OpenCV runs single-threaded
-(`cv::setNumThreads(1)`), Debian's arm64 build 4.6 (its NEON code paths);
+threads, what a phone executes but for the calls left out above. OpenCV
+runs single-threaded (`cv::setNumThreads(1)`), Debian's arm64 build 4.6
+(its NEON code paths);
 its baselines include one call on a 256 x 256 input, so that its one-time
 initialisation is not counted. Compilers: Debian's cross g++ 12, `-O3`
 (Release), `-march=armv7-a -mfpu=neon -mfloat-abi=hard` for armhf (Thumb-2
-by default).
+by default); our drivers are linked statically with the cross sysroots'
+glibc 2.36 and libstdc++, OpenCV's dynamically with the same arm64 ones.
 
 Columns:
 
@@ -245,7 +330,8 @@ Columns:
   aarch64, where NEON is always present, and on armhf, where the build
   enables it. The two whole entry points (descriptors, registration) have
   no plain column here: it will come from a library built with plain rows,
-  through the same driver and `kernels_library.cpp`.
+  through the same driver and `kernels_library.cpp` (a static archive
+  linked by `brimvel_cost_driver` in `bench/arm/CMakeLists.txt`).
 - NEON armhf / NEON aarch64: the exported kernels as built
   (`bench/arm/kernels_library.cpp`).
 - OpenCV aarch64: the work done by OpenCV (list below).
@@ -262,36 +348,31 @@ EOF
     for size in $sizes; do
       if [ "$sized" = 0 ] && [ "$size" != "${sizes%% *}" ]; then continue; fi
       id="${kernel}_${count}_${size}"
-      declare -A fig=() ins=()
+      declare -A ins=()
       unit=""
+      args=()
       for col in "${columns[@]}"; do
         read -r cname _ <<< "$col"
         v=$(value "$id" "$cname")
         if [ "$v" = na ]; then
-          fig[$cname]="—"
           ins[$cname]="—"
+          args+=(na na)
         else
           read -r n u uname <<< "$v"
-          fig[$cname]=$(per_unit "$n" "$u")
           ins[$cname]=$n
+          args+=("$n" "$u")
           unit=$uname
         fi
       done
-      sp32=$( [ "${fig[plain-armhf]}" != "—" ] && ratio "${fig[plain-armhf]}" "${fig[neon-armhf]}" || echo "—")
-      sp64=$( [ "${fig[plain-aarch64]}" != "—" ] && ratio "${fig[plain-aarch64]}" "${fig[neon-aarch64]}" || echo "—")
-      vs=$( [ "${fig[opencv-aarch64]}" != "—" ] && ratio "${fig[neon-aarch64]}" "${fig[opencv-aarch64]}" || echo "—")
-      for c in "${!fig[@]}"; do
-        if [ "${fig[$c]}" != "—" ]; then fig[$c]=$(shown "${fig[$c]}"); fi
-      done
+      read -r f1 f2 f3 f4 f5 sp32 sp64 vs <<< "$(figures "${args[@]}")"
       shown_size=$(pretty_size "$size")
       if [ "$sized" = 0 ]; then shown_size="any"; fi
       printf '| %s | %s | %s | %s | %s | %s | %s | %s | %s | %s | %s |\n' "$label" "$shown_size" "$unit" \
-        "${fig[plain-armhf]}" "${fig[neon-armhf]}" "${fig[plain-aarch64]}" "${fig[neon-aarch64]}" \
-        "${fig[opencv-aarch64]}" "$sp32" "$sp64" "$vs"
+        "$f1" "$f2" "$f3" "$f4" "$f5" "$sp32" "$sp64" "$vs"
       kps=""
       if [ "$count" != 0 ]; then kps=$count; fi
       raw+="| $kernel | $shown_size | $kps | ${ins[plain-armhf]} | ${ins[neon-armhf]} | ${ins[plain-aarch64]} | ${ins[neon-aarch64]} | ${ins[opencv-aarch64]} |"$'\n'
-      unset fig ins
+      unset ins
     done
   done
   cat <<'EOF'
@@ -350,8 +431,26 @@ EOF
   echo "|---|---|---:|---:|---:|---:|---:|---:|"
   printf '%s' "$raw"
 } > "$out"
+# What the uncounted calls took (not in the table: their counts differ from
+# run to run): the most in one run, and the most by which a kernel run's
+# exceeds its baseline's, against the kernel's count of the same row and
+# column.
+uncounted_summary() {
+  local f base k b ku bu
+  for f in "$runs"/*__k.count; do
+    base=${f%__k.count}
+    [ -e "${base}__b.count" ] || continue
+    { read -r _ k; read -r _ ku || true; } < "$f"
+    { read -r _ b; read -r _ bu || true; } < "${base}__b.count"
+    [ -n "$ku" ] && echo "$ku $bu $((ku - bu)) $((k - b)) ${base##*/}"
+    ku=""
+  done | awk '{ if ($1 > run) { run = $1; rat = $5 } if ($2 > run) { run = $2; rat = $5 }
+                if ($3 > diff) { diff = $3; dat = $5 } if ($4 > 0 && $3 / $4 > share) { share = $3 / $4; sat = $5 } }
+    END { printf "uncounted calls: at most %d instructions in a run (%s); a kernel run at most %d more than its baseline (%s), at most %.4f%% of a kernel count (%s)\n", run, rat, diff, dat, 100 * share, sat }'
+}
 end=$(date +%s)
 machine="$(nproc) cores, load average $(cut -d' ' -f1-3 /proc/loadavg) at the end"
 if [ "$table_only" = 0 ]; then
   echo "wrote $out: build $((built - start)) s, $(wc -l < "$list") runs $((finished - built)) s, total $((end - start)) s ($machine)" >&2
 fi
+uncounted_summary >&2

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <sys/time.h>
 #include <vector>
 
 #include "bench/arm/cost_inputs.h"
@@ -36,6 +37,28 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
     fprintf(stderr, "%s %d %s\n", tag != nullptr ? tag : "", prio, text);
     return n < 0 ? 0 : n;
 }
+
+// The executables are linked with --wrap=gettimeofday: the library's calls
+// (the box filter prints the time of its passes) come here and always see
+// the same time, so every printed duration is 0 ms and has the same digits
+// on every run.
+extern "C" int __wrap_gettimeofday(struct timeval* tv, void*) {
+    if (tv != nullptr) {
+        tv->tv_sec = 1700000000;
+        tv->tv_usec = 0;
+    }
+    return 0;
+}
+
+// The C library's start-up in a static executable asks for the
+// executable's folder (a readlink of /proc/self/exe, which qemu answers with
+// the absolute path) and keeps a copy on the heap: the length of that path,
+// which depends on where the clone is, then moves every later heap block and
+// the count of alignment-dependent code such as memcpy. The executables are
+// linked with --wrap=_dl_get_origin: the folder is "unknown", as when the
+// link cannot be read (it only serves $ORIGIN in dlopen, which the drivers
+// never call).
+extern "C" const char* __wrap__dl_get_origin(void) { return reinterpret_cast<const char*>(-1); }
 
 namespace {
 

@@ -3,7 +3,11 @@
 # driver links, and the libraries they load) under DEST, without installing
 # anything: the arm64 architecture is added to apt's configuration, the
 # packages are fetched with `apt-get download` into DEST/debs and unpacked
-# with `dpkg -x` into DEST/root. Does nothing when DEST/root is complete.
+# with `dpkg -x` into DEST/root; both are skipped when DEST/root is
+# complete. Also makes DEST/guest, the root that qemu's -L gives the guest: the
+# cross sysroot's loader as /lib/ld-linux-aarch64.so.1 and the unpacked tree
+# as /opencv, so that the driver finds its libraries under absolute guest
+# paths that do not depend on where the clone is.
 #
 # Installing arm64 packages instead would put a second ARM C library beside
 # the cross toolchain's, and qemu would then mix the two.
@@ -17,6 +21,10 @@ packages=(
   libtbb12 libtbbmalloc2 zlib1g libgomp1 liblapack3 libblas3 libgfortran5
   libglx0 libglvnd0 libx11-6 libxcb1 libxau6 libxdmcp6 libbsd0 libmd0
 )
+mkdir -p "$dest/guest/lib"
+ln -sfn /usr/aarch64-linux-gnu/lib/ld-linux-aarch64.so.1 "$dest/guest/lib/ld-linux-aarch64.so.1"
+ln -sfn ../root "$dest/guest/opencv"
+
 stamp="$dest/root/.complete"
 [ -f "$stamp" ] && exit 0
 

@@ -1,7 +1,9 @@
 /* A guest program whose instruction count is known: each of THREADS threads
  * runs a two-instruction loop (subtract with flags, branch back) ITERATIONS
  * times, so the program executes 2 * ITERATIONS * THREADS instructions plus
- * its start-up and exit.
+ * its start-up and exit. The loop is the function count_down, which every
+ * thread enters by a call (a static executable: the symbol table gives its
+ * run-time address, for the plugin's uncounted= test).
  *
  *   insn_probe ITERATIONS [THREADS]
  */
@@ -9,7 +11,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-static void* count_down(void* arg) {
+__attribute__((noinline)) void* count_down(void* arg);
+__attribute__((noinline)) void* count_down(void* arg) {
     unsigned long n = *(const unsigned long*)arg;
     if (n == 0) return NULL;
 #if defined(__aarch64__)

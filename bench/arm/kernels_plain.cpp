@@ -162,20 +162,27 @@ void ErrBand(void* arg, int k) {
 }
 
 struct RgbJob {
-    const uint8_t* y;
-    const uint8_t* uv;
-    uint8_t *b, *g, *r;
+    tocra::RgbPlanes planes;
     uint32_t* hist;
-    int width, height, uvStride, stride;
+    int width, height;
 };
 
+// As the exported kernel's bands: a band whose row count and width are both
+// odd is refused on its own; bands 0..2 read the next band's first row when
+// that band writes it, the last band converts the row after the plane.
 void RgbBand(void* arg, int k) {
     const RgbJob* j = static_cast<const RgbJob*>(arg);
     const Band band = tocra::QuarterBand(j->height, k);
-    const size_t o = RowOffset(band.first, j->stride);
-    tocra::Yuv2RgbBand_C(j->y + o, j->uv + RowOffset(band.first, j->uvStride), j->b + o, j->g + o, j->r + o,
-                         j->hist + 768 * k, j->width, band.rows, j->height - band.first - band.rows, j->stride,
-                         j->uvStride);
+    if (tocra::Yuv2RgbRefused(j->width, band.rows)) return;
+    const tocra::RgbPlanes& p = j->planes;
+    const size_t o = RowOffset(band.first, p.stride);
+    const tocra::RgbPlanes bp{p.y + o, p.uv + RowOffset(band.first, p.uvStride), p.b + o, p.g + o, p.r + o,
+                              p.stride, p.uvStride};
+    tocra::RowAfter after = tocra::RowAfter::kReadWrite;
+    if (k < tocra::kBandTasks - 1 && !tocra::Yuv2RgbRefused(j->width, tocra::QuarterBand(j->height, k + 1).rows)) {
+        after = tocra::RowAfter::kRead;
+    }
+    tocra::Yuv2RgbBand_C(bp, j->hist + 768 * k, j->width, band.rows, after);
 }
 
 struct HistJob {
@@ -273,7 +280,7 @@ int UpScaleError_Neon_MT(const uint8_t* a, const uint8_t* b, int8_t* err, int wi
 
 int YUV2RGB_LUTX4_NEON_MT(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r, uint32_t* hist,
                           int width, int height, int uvStride, int stride) {
-    RgbJob job{y, uv, b, g, r, hist, width, height, uvStride, stride};
+    RgbJob job{tocra::RgbPlanes{y, uv, b, g, r, stride, uvStride}, hist, width, height};
     return tocra::RunFourBands(RgbBand, &job);
 }
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The instructions one kernel executes, by mnemonic: the plugin's histogram
 # of a run calling the kernel minus that of its baseline, per column, the
-# most frequent first, per output unit. Uses the drivers that
-# bench/arm/cost.sh built.
+# most frequent first, per output unit; the uncounted calls are left out as
+# in the cost table. Uses the drivers that bench/arm/cost.sh built.
 #
 #   bash bench/arm/mnemonics.sh KERNEL [WIDTHxHEIGHT] [COUNT] [TOP]
 #   e.g. bash bench/arm/mnemonics.sh integral 1920x1080
@@ -14,26 +14,32 @@ count=${3:-}
 top=${4:-12}
 w=${size%x*}
 h=${size#*x}
-ocv=build/armcost-opencv/root
-ocvlib=$ocv/usr/lib/aarch64-linux-gnu
 plugin=$PWD/build/armcost-aarch64/bench/arm/libinsn_count.so
 [ -f "$plugin" ] || { echo "run bash bench/arm/cost.sh first" >&2; exit 1; }
+# The emulators and the uncounted calls, as bench/arm/cost.sh runs them.
+# shellcheck source=bench/arm/guest.sh
+. bench/arm/guest.sh
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 
 columns=(
-  "plain-armhf|qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib|build/armcost-armhf/bench/arm/cost_driver_plain"
-  "neon-armhf|qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib|build/armcost-armhf/bench/arm/cost_driver"
-  "plain-aarch64|qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib|build/armcost-aarch64/bench/arm/cost_driver_plain"
-  "neon-aarch64|qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib|build/armcost-aarch64/bench/arm/cost_driver"
-  "opencv-aarch64|qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib:$ocvlib:$ocvlib/lapack:$ocvlib/blas:$ocv/lib/aarch64-linux-gnu|build/armcost-aarch64/bench/arm/opencv_driver"
+  "plain-armhf armhf build/armcost-armhf/bench/arm/cost_driver_plain"
+  "neon-armhf armhf build/armcost-armhf/bench/arm/cost_driver"
+  "plain-aarch64 aarch64 build/armcost-aarch64/bench/arm/cost_driver_plain"
+  "neon-aarch64 aarch64 build/armcost-aarch64/bench/arm/cost_driver"
+  "opencv-aarch64 opencv build/armcost-aarch64/bench/arm/opencv_driver"
 )
 for col in "${columns[@]}"; do
-  IFS='|' read -r name emu exe <<< "$col"
+  read -r name kind exe <<< "$col"
+  uncounted=""
+  if [ "$kind" != opencv ]; then
+    uncounted_list "$kind" "$exe" "$tmp/uncounted"
+    uncounted=",uncounted=$tmp/uncounted"
+  fi
   ok=1
   for calls in 0 1; do
-    # shellcheck disable=SC2086
-    env -i PATH=/usr/bin:/bin $emu -plugin "$plugin,out=$tmp/$calls.count,mnemonics=$tmp/$calls.hist" "$exe" "$kernel" "$w" "$h" "$calls" $count \
+    # shellcheck disable=SC2046,SC2086
+    $(emulator "$kind") -plugin "$plugin,out=$tmp/$calls.count,mnemonics=$tmp/$calls.hist$uncounted" "$exe" "$kernel" "$w" "$h" "$calls" $count \
       > "$tmp/$calls.out" 2> /dev/null || { ok=0; break; }
   done
   [ "$ok" = 1 ] || continue
