@@ -5,6 +5,7 @@
 // one, and the samples at the start, their maximum and at the end.
 //   tocra_soak SECONDS [SAMPLE_SECONDS]
 #include <dirent.h>
+#include <malloc.h>
 #include <sys/time.h>
 
 #include <cstdio>
@@ -16,11 +17,17 @@
 
 #include "support/entry_cases.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+// The sanitizer's count of bytes in blocks the program holds.
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
+#endif
+
 namespace {
 
 struct Sample {
     double at;
     long rssKb;
+    long heapKb;  // blocks in use on the heap (the sanitizer's count under ASan)
     int fds;
     int threads;
 };
@@ -52,7 +59,17 @@ long RssKb() {
     return kb;
 }
 
-Sample Take(double start) { return {Now() - start, RssKb(), CountEntries("/proc/self/fd"), CountEntries("/proc/self/task")}; }
+long HeapKb() {
+#if defined(__SANITIZE_ADDRESS__)
+    return static_cast<long>(__sanitizer_get_current_allocated_bytes() / 1024);
+#else
+    return static_cast<long>(mallinfo2().uordblks / 1024);
+#endif
+}
+
+Sample Take(double start) {
+    return {Now() - start, RssKb(), HeapKb(), CountEntries("/proc/self/fd"), CountEntries("/proc/self/task")};
+}
 
 struct Entry {
     const char* name;
@@ -130,6 +147,7 @@ int main(int argc, char** argv) {
     Sample mx = samples[0];
     for (const Sample& s : samples) {
         if (s.rssKb > mx.rssKb) mx.rssKb = s.rssKb;
+        if (s.heapKb > mx.heapKb) mx.heapKb = s.heapKb;
         if (s.fds > mx.fds) mx.fds = s.fds;
         if (s.threads > mx.threads) mx.threads = s.threads;
     }
@@ -138,12 +156,14 @@ int main(int argc, char** argv) {
     fprintf(out, "  calls in all: %ld\n", total);
     fprintf(out, "  %-12s %10s %10s %10s\n", "", "start", "max", "end");
     fprintf(out, "  %-12s %10ld %10ld %10ld\n", "VmRSS kB", a.rssKb, mx.rssKb, z.rssKb);
+    fprintf(out, "  %-12s %10ld %10ld %10ld\n", "heap kB", a.heapKb, mx.heapKb, z.heapKb);
     fprintf(out, "  %-12s %10d %10d %10d\n", "open fds", a.fds, mx.fds, z.fds);
     fprintf(out, "  %-12s %10d %10d %10d\n", "threads", a.threads, mx.threads, z.threads);
-    fprintf(out, "  samples (s, VmRSS kB, fds, threads):");
+    fprintf(out, "  samples (s, VmRSS kB, heap kB, fds, threads):");
     for (size_t i = 0; i < samples.size(); ++i) {
-        if (i % 6 == 0) fprintf(out, "\n   ");
-        fprintf(out, " (%.0f, %ld, %d, %d)", samples[i].at, samples[i].rssKb, samples[i].fds, samples[i].threads);
+        if (i % 5 == 0) fprintf(out, "\n   ");
+        fprintf(out, " (%.0f, %ld, %ld, %d, %d)", samples[i].at, samples[i].rssKb, samples[i].heapKb, samples[i].fds,
+                samples[i].threads);
     }
     fprintf(out, "\n");
     bool bad = false;
