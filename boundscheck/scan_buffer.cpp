@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "brimvel_tocra.h"
+#include "frame/platform.h"
 
 namespace tocra {
 
@@ -20,15 +21,15 @@ bool ScanBufferGrow(ScanBuffer* buf) {
     // Sizes are powers of two below 2^30, so the doubled size cannot wrap;
     // the second test guards a buffer that was set up by hand.
     if ((newSize & kScanRefusedSizeBit) != 0 || newSize < buf->size) return false;
-    char* block = static_cast<char*>(buf->onHeap ? malloc(newSize) : calloc(newSize, 1));
+    char* block = static_cast<char*>(buf->onHeap ? platform_malloc(newSize) : platform_calloc(newSize, 1));
     if (block == nullptr) return false;
     if (memcpy_s(block, newSize, buf->data, buf->used) != TOCRA_EOK) {
-        free(block);
+        platform_free(block);
         return false;
     }
     if (buf->onHeap) {
         memset_s(buf->data, buf->size, 0, buf->size);
-        free(buf->data);
+        platform_free(buf->data);
     }
     buf->data = block;
     buf->size = newSize;
@@ -45,7 +46,7 @@ bool ScanBufferPush(ScanBuffer* buf, char c) {
 void ScanBufferRelease(ScanBuffer* buf) {
     if (buf->onHeap) {
         memset_s(buf->data, buf->size, 0, buf->size);
-        free(buf->data);
+        platform_free(buf->data);
     }
     ScanBufferInit(buf);
 }

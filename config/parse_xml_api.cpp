@@ -1,8 +1,10 @@
 // ParseXML_TocraAPI: loads "<dir>brimvel.xml" into the process-wide reader
 // and fills the pipeline's 97-byte configuration record.
 #include <cstdio>
+#include <new>
 
 #include "config/xml_config.h"
+#include "frame/entry_guard.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
 #include "frame/platform.h"
@@ -19,9 +21,7 @@ namespace {
 // static objects are built does not matter.
 XmlConfig g_xmlConfig;
 
-}  // namespace
-
-extern "C" int ParseXML_TocraAPI(tagST_XML_PARSE_REQUEST* request) {
+int ParseXml(tagST_XML_PARSE_REQUEST* request) {
     if (request == nullptr || request->path == nullptr) {
         TOCRA_LOGE("ParseXML_TocraAPI input param pointer is invalid\n");
         return TOCRA_NULL_POINTER;
@@ -64,4 +64,20 @@ extern "C" int ParseXML_TocraAPI(tagST_XML_PARSE_REQUEST* request) {
     platform_cacheflush(start, start + sizeof(_stXmlConfigInfoHdr));
     TOCRA_LOGI("exit func %s\n", "ParseXML_TocraAPI");
     return TOCRA_OK;
+}
+
+}  // namespace
+
+// The parser keeps the document in the standard containers, which report an
+// exhausted heap by throwing std::bad_alloc: it stops here and is answered
+// as an allocation failure. The document being read is released as the
+// exception unwinds, and the reader is left with nothing loaded.
+extern "C" int ParseXML_TocraAPI(tagST_XML_PARSE_REQUEST* request) {
+    TOCRA_ONE_CALL_AT_A_TIME("ParseXML_TocraAPI");
+    try {
+        return ParseXml(request);
+    } catch (const std::bad_alloc&) {
+        TOCRA_LOGE("ParseXML_TocraAPI malloc failed\n");
+        return TOCRA_NO_MEMORY;
+    }
 }

@@ -23,12 +23,13 @@ XmlConfig& XmlConfig::operator=(const XmlConfig& other) {
 int XmlConfig::LoadConfig(const char* path) {
     if (path == nullptr || strnlen(path, sizeof m_path) > sizeof m_path - 1) return 0;
     if (strcmp(path, m_path) == 0) return m_root.isEmpty() ? 0 : 1;  // loaded already: not read again
+    // Forgotten before reading: a read that ends early (an allocation that
+    // fails inside the parser) leaves nothing loaded, and the next call with
+    // this path reads the file again.
     m_root = XMLNode::emptyNode();
+    memset_s(m_path, sizeof m_path, 0, sizeof m_path);
     m_root = XMLNode::openFileHelper(path, nullptr);
-    if (m_root.isEmpty()) {
-        memset_s(m_path, sizeof m_path, 0, sizeof m_path);
-        return 0;
-    }
+    if (m_root.isEmpty()) return 0;
     strcpy_s(m_path, sizeof m_path, path);
     return 1;
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "config/xml_internal.h"
+#include "frame/platform.h"
 
 namespace tocra_xml {
 
@@ -218,18 +219,18 @@ XMLSTR XMLNode::fromXMLString(XMLCSTR s, int len, XMLError* error, int* errorOff
         if (errorOffset) *errorOffset = static_cast<int>(at);
         return nullptr;
     }
-    char* r = static_cast<char*>(malloc(out.size() + 1));
+    char* r = static_cast<char*>(platform_malloc(out.size() + 1));
     if (r == nullptr) return nullptr;
     memcpy(r, out.c_str(), out.size() + 1);
     return r;
 }
 
-void XMLNode::freeXMLString(XMLSTR s) { free(s); }
+void XMLNode::freeXMLString(XMLSTR s) { platform_free(s); }
 
 ToXMLStringTool::~ToXMLStringTool() { freeBuffer(); }
 
 void ToXMLStringTool::freeBuffer() {
-    free(buf);
+    platform_free(buf);
     buf = nullptr;
     bufLen = 0;
 }
@@ -239,7 +240,7 @@ XMLSTR ToXMLStringTool::toXML(XMLCSTR source) {
     const size_t need = tocra_xml::EscapedLength(source) + 1;
     if (need > static_cast<size_t>(INT_MAX)) return nullptr;
     if (static_cast<size_t>(bufLen) < need) {
-        char* p = static_cast<char*>(realloc(buf, need));
+        char* p = static_cast<char*>(platform_realloc(buf, need));
         if (p == nullptr) return nullptr;
         buf = p;
         bufLen = static_cast<int>(need);

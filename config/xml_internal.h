@@ -77,6 +77,7 @@ struct XMLNodeData {
     std::vector<tocra_xml::OwnedClear> clears;
     std::vector<int> order;
     int refCount = 1;
+    XMLNodeData* nextDying = nullptr;  // Release's work list: freeing allocates nothing
 
     static XMLNodeData* Create(const char* name, char isDeclaration);
     static void AddRef(XMLNodeData* d) { ++d->refCount; }

@@ -11,25 +11,34 @@ using tocra_xml::OrderType;
 
 // ---- node data --------------------------------------------------------------
 
+// Nodes are owned from the moment they exist, so that an allocation failing
+// while one is filled in or linked (std::bad_alloc) releases it.
 XMLNodeData* XMLNodeData::Create(const char* name, char isDeclaration) {
-    XMLNodeData* d = new XMLNodeData;
+    std::unique_ptr<XMLNodeData> d(new XMLNodeData);
     d->name = CopyStr(name);
     d->isDeclaration = isDeclaration;
-    return d;
+    return d.release();
 }
 
 void XMLNodeData::Release(XMLNodeData* d) {
     if (d == nullptr || --d->refCount > 0) return;
-    std::vector<XMLNodeData*> dying{d};
-    while (!dying.empty()) {
-        XMLNodeData* p = dying.back();
-        dying.pop_back();
+    // The nodes to free are chained through the nodes themselves, so that
+    // releasing a document never needs memory (it runs in destructors, also
+    // while an allocation failure unwinds).
+    XMLNodeData* dying = d;
+    d->nextDying = nullptr;
+    while (dying != nullptr) {
+        XMLNodeData* p = dying;
+        dying = p->nextDying;
         for (XMLNode& c : p->children) {
             XMLNodeData* cd = c.d;
             c.d = nullptr;  // the handle no longer owns it; done here instead
             if (cd == nullptr) continue;
             if (cd->parent == p) cd->parent = nullptr;
-            if (--cd->refCount == 0) dying.push_back(cd);
+            if (--cd->refCount == 0) {
+                cd->nextDying = dying;
+                dying = cd;
+            }
         }
         delete p;
     }
@@ -61,12 +70,14 @@ void XMLNodeData::RemoveOrder(XMLElementType t, int index) {
 }
 
 XMLNodeData* XMLNodeData::AppendChild(const char* nm, size_t nameLen, char decl) {
-    XMLNodeData* c = new XMLNodeData;
+    const XMLNode child = XMLParserAccess::Adopt(new XMLNodeData);
+    XMLNodeData* c = XMLParserAccess::Data(child);
     c->name = CopyStr(nm, nameLen);
     c->isDeclaration = decl;
     c->parent = this;
+    children.reserve(children.size() + 1);  // the order entry is only added once the child fits
     order.push_back(OrderEntry(eNodeChild, static_cast<int>(children.size())));
-    children.push_back(XMLParserAccess::Adopt(c));
+    children.push_back(child);
     return c;
 }
 

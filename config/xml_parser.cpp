@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "config/xml_internal.h"
 
@@ -385,9 +387,17 @@ XMLNode XMLNode::parseFile(XMLCSTR path, XMLCSTR tag, XMLResults* results) {
     char* buf = nullptr;
     size_t got = 0;
     bool ok = size >= 0 && fseek(f, 0, SEEK_SET) == 0;
+    // The text is held for the length of the parse and released however it
+    // ends. A heap too small for it is reported as the parser's containers
+    // report theirs, with std::bad_alloc (once the file is closed).
+    std::unique_ptr<char[]> text;
     if (ok) {
-        buf = static_cast<char*>(malloc(static_cast<size_t>(size) + 4));
-        ok = buf != nullptr;
+        text.reset(new (std::nothrow) char[static_cast<size_t>(size) + 4]);
+        if (text == nullptr) {
+            fclose(f);
+            throw std::bad_alloc();
+        }
+        buf = text.get();
     }
     if (ok) {
         got = fread(buf, 1, static_cast<size_t>(size), f);
@@ -397,7 +407,6 @@ XMLNode XMLNode::parseFile(XMLCSTR path, XMLCSTR tag, XMLResults* results) {
     }
     fclose(f);
     if (!ok) {
-        free(buf);
         SetResults(results, eXMLErrorFileSeek, nullptr, nullptr);
         return XMLNode();
     }
@@ -409,9 +418,7 @@ XMLNode XMLNode::parseFile(XMLCSTR path, XMLCSTR tag, XMLResults* results) {
     } else if (got >= 2 && u[0] == 0xFF && u[1] == 0xFE && GlobalOptions().guessWideChar) {
         start += 2;
     }
-    XMLNode r = parseString(start, tag, results);
-    free(buf);
-    return r;
+    return parseString(start, tag, results);
 }
 
 XMLNode XMLNode::openFileHelper(XMLCSTR path, XMLCSTR tag) {

@@ -4,8 +4,11 @@
 // handle shares the node, and the last handle to go frees the node and its
 // subtree. A failed lookup answers with the empty node (isEmpty() true), so
 // calls can be chained: root.getChildNode("a").getChildNode("b").getText().
-// Nothing in here prints, aborts or throws; failures come back as the empty
-// node plus an XMLError in XMLResults.
+// Nothing in here prints or aborts; failures come back as the empty node plus
+// an XMLError in XMLResults. The one exception is an exhausted heap: building
+// a document (parseString, parseFile, openFileHelper and the add functions)
+// then throws std::bad_alloc, having released whatever it had built.
+// ParseXML_TocraAPI turns that into -1000.
 //
 // How the text is read (the rules a user may rely on):
 // - Elements: "<name attributes>" ... "</name>", or "<name attributes/>".

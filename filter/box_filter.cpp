@@ -5,6 +5,7 @@
 
 #include "brimvel_tocra.h"
 #include "filter/face_map.h"
+#include "frame/entry_guard.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
 #include "frame/platform.h"
@@ -68,6 +69,7 @@ extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, in
 // handle faceNum 60-byte FaceInfo records, the work handle workSize bytes
 // (only used when smoothing runs; see BoxFiltering_neon).
 extern "C" int BoxFilter_TocraAPI(BoxFilterApiParams* params) {
+    TOCRA_ONE_CALL_AT_A_TIME("BoxFilter_TocraAPI");
     if (params == nullptr) {
         TOCRA_LOGE("%s null request\n", "BoxFilter_TocraAPI");
         return TOCRA_NULL_POINTER;

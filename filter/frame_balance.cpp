@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "brimvel_tocra.h"
+#include "frame/entry_guard.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
 #include "frame/platform.h"
@@ -67,6 +68,7 @@ extern "C" void CalcJointPoint(const uint32_t* cumB, const uint32_t* cumA, int32
 // Buffers: frames A and B hold height rows of stride bytes each (stride >=
 // width), the output handle a 2052-byte FrameBalanceResult.
 extern "C" int CalcuFrameBalance_TocraAPI(FrameBalanceParams* params) {
+    TOCRA_ONE_CALL_AT_A_TIME("CalcuFrameBalance_TocraAPI");
     uint32_t set[4][256];
     memset(set, 0, sizeof(set));
     int32_t joint = 0;

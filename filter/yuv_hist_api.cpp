@@ -10,6 +10,7 @@
 #include "filter/bands.h"
 #include "filter/face_map.h"
 #include "filter/filter_kernels.h"
+#include "frame/entry_guard.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
 #include "frame/picture.h"
@@ -132,6 +133,7 @@ extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, in
 // when smoothing runs); source the frame as DownScaleYuv2RgbHist_Neon reads
 // it; destination its result.
 extern "C" int BoxfilterYuv2RgbHist_TocraAPI(BoxfilterYuvParams* params) {
+    TOCRA_ONE_CALL_AT_A_TIME("BoxfilterYuv2RgbHist_TocraAPI");
     if (params == nullptr) {
         TOCRA_LOGE("%s null request\n", "BoxfilterYuv2RgbHist_TocraAPI");
         return TOCRA_NULL_POINTER;

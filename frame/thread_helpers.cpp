@@ -56,7 +56,7 @@ extern "C" int imgDataCopy(const uint8_t* src, uint8_t* dst, int srcPitch, int h
 
 extern "C" int create_thread_lock(void* (*fn)(void*), void* arg, int n) {
     tagST_THREAD_RECORD* records =
-        static_cast<tagST_THREAD_RECORD*>(malloc(sizeof(tagST_THREAD_RECORD) * static_cast<size_t>(std::max(n, 1))));
+        static_cast<tagST_THREAD_RECORD*>(platform_malloc(sizeof(tagST_THREAD_RECORD) * static_cast<size_t>(std::max(n, 1))));
     if (records == nullptr) {
         TOCRA_LOGE("Buffer malloc Failed!");
         return -1;
@@ -69,12 +69,12 @@ extern "C" int create_thread_lock(void* (*fn)(void*), void* arg, int n) {
             // The threads already started still read their records: join
             // them before the records go.
             for (int j = 0; j < i; ++j) pthread_join(records[j].thread, nullptr);
-            free(records);
+            platform_free(records);
             return -1;
         }
     }
     for (int i = 0; i < n; ++i) pthread_join(records[i].thread, nullptr);
-    free(records);
+    platform_free(records);
     return 0;
 }
 
@@ -87,7 +87,7 @@ struct OwnedRecord {
     void* (*fn)(void*);
 };
 
-void FreeOwned(void* p) { free(p); }
+void FreeOwned(void* p) { platform_free(p); }
 
 void* RunOwned(void* p) {
     OwnedRecord* owned = static_cast<OwnedRecord*>(p);
@@ -103,7 +103,7 @@ void* RunOwned(void* p) {
 
 extern "C" int create_thread_unlock(void* (*fn)(void*), void* arg, int n) {
     for (int i = 0; i < n; ++i) {
-        OwnedRecord* owned = static_cast<OwnedRecord*>(malloc(sizeof(OwnedRecord)));
+        OwnedRecord* owned = static_cast<OwnedRecord*>(platform_malloc(sizeof(OwnedRecord)));
         if (owned == nullptr) {
             TOCRA_LOGE("Buffer malloc Failed!");
             return -1;
@@ -112,7 +112,11 @@ extern "C" int create_thread_unlock(void* (*fn)(void*), void* arg, int n) {
         owned->record.arg = arg;
         owned->fn = fn;
         pthread_attr_t attr;
-        pthread_attr_init(&attr);
+        if (platform_thread_attr_init(&attr) != 0) {
+            TOCRA_LOGE("Thread Create Failed!");
+            platform_free(owned);
+            return -1;
+        }
         pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
         // The handle goes into a local: the thread may finish, and free its
         // record, before pthread_create returns.
@@ -121,7 +125,7 @@ extern "C" int create_thread_unlock(void* (*fn)(void*), void* arg, int n) {
         pthread_attr_destroy(&attr);
         if (rc != 0) {
             TOCRA_LOGE("Thread Create Failed!");
-            free(owned);
+            platform_free(owned);
             return -1;
         }
     }

@@ -83,14 +83,26 @@ extern "C" int MultiThread_Init(int n) {
         return -1;
     }
     pthread_attr_t attr;
-    if (pthread_attr_init(&attr) != 0) {
+    if (platform_thread_attr_init(&attr) != 0) {
         printf("Failed to init thread attribute.");
         return -1;
     }
     for (int i = 0; i < n; ++i) {
         Slot& s = g_slots[i];
-        sem_init(&s.semStart, 0, 1);
-        sem_init(&s.semDone, 0, 1);
+        // A semaphore that cannot be set up fails the start like a thread
+        // that cannot be created (same line, -1); the workers already
+        // started stay as a failed creation leaves them.
+        if (platform_sem_init(&s.semStart, 0, 1) != 0) {
+            printf("[%s] Create Thread Failed!", "MultiThread_Init");
+            pthread_attr_destroy(&attr);
+            return -1;
+        }
+        if (platform_sem_init(&s.semDone, 0, 1) != 0) {
+            sem_destroy(&s.semStart);
+            printf("[%s] Create Thread Failed!", "MultiThread_Init");
+            pthread_attr_destroy(&attr);
+            return -1;
+        }
         sem_wait(&s.semStart);
         s.index = i;
         s.quit = 0;

@@ -8,6 +8,20 @@
  * status (see TOCRA_STATUS). Kernels and helpers are exported as well; they
  * do not validate their arguments.
  *
+ * Entry points are not re-entrant. One called while another entry point runs
+ * on another thread is refused with TOCRA_BUSY (-996) and the error line
+ * "<entry point> refused: another entry point is running", without touching
+ * its record or buffers; one called from inside another on the same thread
+ * runs (Ransac_Regis_TocraAPI calls RansacEst_TocraAPI and
+ * Registration_TocraAPI). The pool functions, the thread helpers and the
+ * kernels are not checked: called directly, they are the caller's to
+ * serialise.
+ *
+ * Running out of memory or threads: every entry point answers with a status
+ * and a log line, frees what it allocated (except the one buffer named at
+ * GetBrief_Descriptors_TocraAPI) and leaves the pool, the hooks and the
+ * configuration object ready for the next call.
+ *
  * Records that come from the pipeline hold 32-bit buffer handles and 32-bit
  * ints, packed where marked, so the same bytes work on 32-bit and 64-bit
  * builds. The library's own records (tagST_PIC, tagST_MATCH_PAIRS,
@@ -56,6 +70,8 @@ enum TOCRA_STATUS {
     TOCRA_SIZE_NOT_SUPPORTED = 1,   /* "ImageSize input size is not supported" */
     TOCRA_REG_REJECTED = 3,         /* too few pairs, implausible motion, no overlap */
     TOCRA_POOL_FAILED = -1,         /* worker pool: bad count, attribute, creation, busy */
+    TOCRA_BUSY = -996,              /* another entry point is running on another thread:
+                                       "<entry point> refused: another entry point is running" */
     TOCRA_THREAD_FAILED = -997,     /* thread or pool start failed (and stage-specific) */
     TOCRA_NULL_POINTER = -998,      /* null pointer or failed handle conversion */
     TOCRA_CONFIG_NOT_LOADED = -999, /* XML configuration file not loaded */
@@ -390,6 +406,11 @@ typedef struct tagST_BRIEF_REQUEST {
 } tagST_BRIEF_REQUEST;
 TOCRA_STATIC_ASSERT(sizeof(tagST_BRIEF_REQUEST) == 32, "descriptor request is 8 words");
 
+/* -1000 with "GetBrief_Descriptors_TocraAPI malloc error\n" when the
+ * (width + 1) x (height + 1) x 4-byte integral buffer cannot be allocated;
+ * -997 with "GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n" when the
+ * worker pool cannot be started, in which case that buffer is not freed (the
+ * interface's one documented leak: treat -997 as fatal for the session). */
 TOCRA_API int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request);
 TOCRA_API int GenerateDiscriptor_Brief_MT(ST_IMAGEFEATURES* features, int* integral, int integralStride);
 TOCRA_API void GenerateDiscriptor_Brief_MT_Caller(void* job, int workerIndex);
@@ -654,6 +675,10 @@ typedef struct tagST_XML_PARSE_REQUEST {
     const char* path;     /* directory, ending with the path separator */
 } tagST_XML_PARSE_REQUEST;
 
+/* 0, -998, -999 ("xml XmlConfig.LoadConfig failed\n"), or -1000 with the
+ * error line "ParseXML_TocraAPI malloc failed\n" when the parser runs out of
+ * memory: nothing is then loaded (the next call reads the file again) and the
+ * record is not written. */
 TOCRA_API int ParseXML_TocraAPI(tagST_XML_PARSE_REQUEST* request);
 
 /* ------------------------------------------------------------------------ */

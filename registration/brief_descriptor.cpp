@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "brimvel_tocra.h"
+#include "frame/entry_guard.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
 #include "frame/platform.h"
@@ -154,6 +155,7 @@ extern "C" int GenerateDiscriptor_Brief_MT(ST_IMAGEFEATURES* features, int* inte
 }
 
 extern "C" int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request) {
+    TOCRA_ONE_CALL_AT_A_TIME("GetBrief_Descriptors_TocraAPI");
     if (request == nullptr) {
         TOCRA_LOGE("GetBrief_Descriptors_TocraAPI request pointer is null\n");
         return TOCRA_NULL_POINTER;
@@ -189,7 +191,7 @@ extern "C" int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request) {
         }
     }
 
-    int* integral = static_cast<int*>(malloc(static_cast<size_t>(entries) * sizeof(int)));
+    int* integral = static_cast<int*>(platform_malloc(static_cast<size_t>(entries) * sizeof(int)));
     if (integral == nullptr) {
         TOCRA_LOGE("GetBrief_Descriptors_TocraAPI malloc error\n");
         return TOCRA_NO_MEMORY;
@@ -203,7 +205,7 @@ extern "C" int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request) {
     IntergralMat_MT(image, integral, width, height, stride);
     ST_IMAGEFEATURES features = {keypoints, descriptors, count};
     GenerateDiscriptor_Brief_MT(&features, integral, width + 1);
-    free(integral);
+    platform_free(integral);
     platform_cacheflush(descriptors, descriptors + static_cast<size_t>(count) * TOCRA_DESCRIPTOR_BYTES);
     MultiThread_destory();
     return TOCRA_OK;

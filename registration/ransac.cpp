@@ -165,7 +165,12 @@ extern "C" int Refine(tagST_MATCH_PAIRS* pairs, unsigned char* mask, float* H, f
     if (bytes > SIZE_MAX) return -1;
 
     unsigned char* mem = static_cast<unsigned char*>(iMalloc(static_cast<size_t>(bytes), "Refine", 133));
-    if (mem == nullptr) return -1;
+    if (mem == nullptr) {
+        // Inside RANSAC the iteration's model is then not accepted and the
+        // search goes on.
+        TOCRA_LOGE("Refine malloc failed!\n");
+        return -1;
+    }
     float* matchIn = reinterpret_cast<float*>(mem);
     float* refIn = matchIn + 2 * static_cast<size_t>(n);
     unsigned char* work = mem + 16 * static_cast<size_t>(n);

@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "brimvel_tocra.h"
+#include "frame/entry_guard.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
 #include "frame/picture.h"
@@ -64,6 +65,7 @@ void Flush(const void* start, size_t bytes) {
 }  // namespace
 
 extern "C" int RansacEst_TocraAPI(tagST_RANSAC_REQUEST* request) {
+    TOCRA_ONE_CALL_AT_A_TIME("RansacEst_TocraAPI");
     if (request == nullptr) {
         TOCRA_LOGE("ransac request pointer is invalid\n");
         return TOCRA_NULL_POINTER;
@@ -154,6 +156,7 @@ extern "C" int RansacEst_TocraAPI(tagST_RANSAC_REQUEST* request) {
 }
 
 extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
+    TOCRA_ONE_CALL_AT_A_TIME("Registration_TocraAPI");
     if (request == nullptr || request->pInput == nullptr || request->pOutput == nullptr) {
         TOCRA_LOGE("Reg input param pointer is invalid");
         return TOCRA_NULL_POINTER;
@@ -219,6 +222,7 @@ extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
 }
 
 extern "C" int Ransac_Regis_TocraAPI(tagST_RANSAC_REGIS_REQUEST* request) {
+    TOCRA_ONE_CALL_AT_A_TIME("Ransac_Regis_TocraAPI");
     if (request == nullptr) {
         TOCRA_LOGE("Reg input param pointer is invalid");
         return TOCRA_NULL_POINTER;

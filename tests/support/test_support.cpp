@@ -1,11 +1,15 @@
 #include "support/test_support.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <set>
+
+#include "frame/platform.h"
 
 namespace {
 
@@ -16,6 +20,47 @@ std::vector<tocra_test::FlushRange> g_flushes;
 int g_threadStarts = 0;        // since the last FailingThreadStarts
 std::set<int> g_failingStarts;  // start numbers that fail, 1-based
 
+// Fault injection: one kind armed at a time.
+std::atomic<bool> g_armed{false};
+tocra_test::FaultKind g_faultKind = tocra_test::FaultKind::kAllocation;
+int g_faultCount = 0;
+int g_faultAt = 0;
+bool g_faultFired = false;
+const char* g_faultWhat = "";
+size_t g_faultSize = 0;
+// The block table outlives every static object (the library's destructors
+// free blocks at exit too), so it is never destroyed.
+std::mutex& BlockMutex() {
+    static std::mutex* m = new std::mutex;
+    return *m;
+}
+std::map<uintptr_t, size_t>& Blocks() {
+    static std::map<uintptr_t, size_t>* m = new std::map<uintptr_t, size_t>;
+    return *m;
+}
+const uintptr_t kBlockMask = static_cast<uintptr_t>(0xA5A5A5A5A5A5A5A5ull);
+uintptr_t BlockKey(void* p) { return reinterpret_cast<uintptr_t>(p) ^ kBlockMask; }
+
+// Set while this file's own code runs, so that what it allocates (log lines,
+// flush records, the block table) is neither counted nor failed.
+thread_local int t_inSupport = 0;
+struct InSupport {
+    InSupport() { ++t_inSupport; }
+    ~InSupport() { --t_inSupport; }
+};
+
+// Counts one event of `kind`; true when it must fail.
+bool CountFault(tocra_test::FaultKind kind, const char* what, size_t size = 0) {
+    if (!g_armed.load(std::memory_order_acquire) || t_inSupport != 0) return false;
+    std::lock_guard<std::mutex> lock(g_mutex);
+    if (!g_armed.load(std::memory_order_relaxed) || g_faultKind != kind) return false;
+    if (++g_faultCount != g_faultAt) return false;
+    g_faultFired = true;
+    g_faultWhat = what;
+    g_faultSize = size;
+    return true;
+}
+
 std::map<uint32_t, void*> g_handles;
 uint32_t g_nextHandle = 0x1000;
 int g_invalidations = 0;
@@ -24,6 +69,7 @@ int g_invalidations = 0;
 
 // Replaces the platform log for the test binaries: records each line.
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    const InSupport self;
     char buf[4096];
     va_list ap;
     va_start(ap, fmt);
@@ -36,6 +82,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
 
 // Replaces the platform's cache write-back: records each range.
 extern "C" void platform_cacheflush(const void* start, const void* end) {
+    const InSupport self;
     std::lock_guard<std::mutex> lock(g_mutex);
     g_flushes.push_back({start, end});
 }
@@ -43,6 +90,7 @@ extern "C" void platform_cacheflush(const void* start, const void* end) {
 // Replaces the platform's thread start: fails the starts a
 // FailingThreadStarts names, calls pthread_create for the others.
 extern "C" int platform_thread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*fn)(void*), void* arg) {
+    if (CountFault(tocra_test::FaultKind::kStart, "pthread_create")) return EAGAIN;
     {
         std::lock_guard<std::mutex> lock(g_mutex);
         if (g_failingStarts.count(++g_threadStarts) != 0) return EAGAIN;
@@ -50,7 +98,116 @@ extern "C" int platform_thread_create(pthread_t* thread, const pthread_attr_t* a
     return pthread_create(thread, attr, fn, arg);
 }
 
+extern "C" int platform_thread_attr_init(pthread_attr_t* attr) {
+    if (CountFault(tocra_test::FaultKind::kStart, "pthread_attr_init")) return ENOMEM;
+    return pthread_attr_init(attr);
+}
+
+extern "C" int platform_sem_init(sem_t* sem, int shared, unsigned value) {
+    if (CountFault(tocra_test::FaultKind::kStart, "sem_init")) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return sem_init(sem, shared, value);
+}
+
+// Replaces the platform allocator: fails the allocation a FaultInjection
+// names and keeps the blocks allocated under one until they are freed.
+extern "C" void* platform_malloc(size_t size) {
+    if (!tocra_test::AllowAllocation(size)) return nullptr;
+    void* p = malloc(size);
+    tocra_test::NoteAllocation(p, size);
+    return p;
+}
+
+extern "C" void* platform_calloc(size_t count, size_t size) {
+    if (!tocra_test::AllowAllocation(count * size)) return nullptr;
+    void* p = calloc(count, size);
+    tocra_test::NoteAllocation(p, count * size);
+    return p;
+}
+
+extern "C" void* platform_realloc(void* ptr, size_t size) {
+    if (!tocra_test::AllowAllocation(size)) return nullptr;
+    tocra_test::NoteRelease(ptr);  // given back whether it moves or not
+    void* p = realloc(ptr, size);
+    if (p != nullptr) {
+        tocra_test::NoteAllocation(p, size);
+    }
+    return p;
+}
+
+extern "C" void platform_free(void* ptr) {
+    tocra_test::NoteRelease(ptr);
+    free(ptr);
+}
+
 namespace tocra_test {
+
+FaultInjection::FaultInjection(FaultKind kind, int failAt) {
+    const InSupport self;
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_faultKind = kind;
+    g_faultCount = 0;
+    g_faultAt = failAt;
+    g_faultFired = false;
+    g_faultWhat = "";
+    g_faultSize = 0;
+    g_armed.store(true, std::memory_order_release);
+}
+
+FaultInjection::~FaultInjection() {
+    const InSupport self;
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_armed.store(false, std::memory_order_release);
+}
+
+int FaultInjection::count() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_faultCount;
+}
+
+bool FaultInjection::fired() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_faultFired;
+}
+
+std::string FaultInjection::failed() const {
+    const InSupport self;
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_faultFired ? g_faultWhat : "";
+}
+
+size_t FaultInjection::failedSize() const {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_faultSize;
+}
+
+void* Block::addr() const { return reinterpret_cast<void*>(key ^ kBlockMask); }
+
+std::vector<Block> Outstanding() {
+    const InSupport self;
+    std::lock_guard<std::mutex> lock(BlockMutex());
+    std::vector<Block> v;
+    for (const auto& b : Blocks()) v.push_back({b.first, b.second});
+    return v;
+}
+
+bool AllowAllocation(size_t n) { return !CountFault(FaultKind::kAllocation, "alloc", n); }
+
+void NoteAllocation(void* p, size_t n) {
+    if (p == nullptr || t_inSupport != 0 || !g_armed.load(std::memory_order_acquire)) return;
+    const InSupport self;
+    std::lock_guard<std::mutex> lock(BlockMutex());
+    Blocks()[BlockKey(p)] = n;
+}
+
+void NoteRelease(void* p) {
+    if (p == nullptr || t_inSupport != 0) return;
+    const InSupport self;
+    std::lock_guard<std::mutex> lock(BlockMutex());
+    Blocks().erase(BlockKey(p));
+}
 
 FailingThreadStarts::FailingThreadStarts(std::initializer_list<int> nth) {
     std::lock_guard<std::mutex> lock(g_mutex);
@@ -74,6 +231,7 @@ void ClearLog() {
 }
 
 std::vector<LogLine> Log() {
+    const InSupport self;
     std::lock_guard<std::mutex> lock(g_mutex);
     return g_log;
 }
@@ -108,9 +266,10 @@ bool Flushed(const void* start, size_t bytes) {
     return false;
 }
 
+// Handles are never reused, so tables living side by side (two camera
+// sessions) do not see each other's buffers.
 HandleTable::HandleTable() {
     std::lock_guard<std::mutex> lock(g_mutex);
-    g_handles.clear();
     g_invalidations = 0;
 }
 
@@ -126,6 +285,11 @@ uint32_t HandleTable::Add(void* addr) {
     const uint32_t h = g_nextHandle++;
     g_handles[h] = addr;
     return h;
+}
+
+void HandleTable::Clear() {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_handles.clear();
 }
 
 void HandleTable::Break(uint32_t handle) {

@@ -1,5 +1,5 @@
-// Test support: a recording log sink, cache-flush recorder and thread
-// starter (linked into every test binary in place of the platform's), a
+// Test support: a recording log sink, cache-flush recorder, thread starter
+// and allocator (linked into every test binary in place of the platform's), a
 // handle table behind the two buffer hooks, and random planes.
 #ifndef TOCRA_TESTS_SUPPORT_H
 #define TOCRA_TESTS_SUPPORT_H
@@ -49,6 +49,54 @@ public:
     int starts() const;
 };
 
+// Fault injection over the library's resources. While one lives, the
+// events of its kind are counted from 1 and the one numbered failAt fails
+// (0: none fails, the run only counts):
+//   kAllocation  every block the library allocates (iMalloc, malloc, calloc
+//                and realloc through the platform allocator, and operator new
+//                in binaries that link tests/faults/counting_new.cpp);
+//                a failing one returns null (operator new: std::bad_alloc);
+//   kStart       every thread and pool start: thread creation, thread
+//                attribute and semaphore initialisation; a failing one
+//                returns its call's error.
+// Allocations this support code makes for itself (the log sink's) are not
+// counted. Only one lives at a time.
+enum class FaultKind { kAllocation, kStart };
+
+class FaultInjection {
+public:
+    FaultInjection(FaultKind kind, int failAt);
+    ~FaultInjection();
+    FaultInjection(const FaultInjection&) = delete;
+    FaultInjection& operator=(const FaultInjection&) = delete;
+    // Events counted so far.
+    int count() const;
+    // True once the event numbered failAt has been failed.
+    bool fired() const;
+    // What failed: "alloc" (with its size in bytes), "pthread_create",
+    // "pthread_attr_init" or "sem_init"; empty before.
+    std::string failed() const;
+    size_t failedSize() const;
+};
+
+// Blocks allocated while a FaultInjection lived and not yet freed. Kept until
+// freed, also after the FaultInjection ends. The address is held scrambled,
+// so that this bookkeeping does not make a leaked block reachable to
+// LeakSanitizer; addr() gives it back.
+struct Block {
+    uintptr_t key;
+    size_t size;
+    void* addr() const;
+};
+std::vector<Block> Outstanding();
+
+// For counting_new.cpp: one allocation of n bytes is about to be made. Returns
+// false when it must fail; otherwise the block, once made, is passed to
+// NoteAllocation. NoteRelease is told of every block given back.
+bool AllowAllocation(size_t n);
+void NoteAllocation(void* p, size_t n);
+void NoteRelease(void* p);
+
 // A pipeline-style table of buffers behind FunConvert2Addr. Handle 0 never
 // converts; Install() sets both hooks for this table.
 class HandleTable {
@@ -56,13 +104,16 @@ public:
     HandleTable();
     ~HandleTable();
     uint32_t Add(void* addr);
+    // Forgets every handle (new ones keep counting up).
+    void Clear();
     // Makes an existing handle convert to 0 from now on.
     void Break(uint32_t handle);
     void Install();
     int invalidations() const;
+    // The converter Install() sets: the address behind a handle, or null.
+    static void* Convert(uint32_t handle);
 
 private:
-    static void* Convert(uint32_t handle);
     static void Invalidate(void* addr);
 };
 
