@@ -26,18 +26,34 @@ option(BRIMVEL_WERROR "Warnings are errors in the project's own targets (test.sh
 target_compile_options(brimvel_warnings INTERFACE -Wall -Wextra $<$<BOOL:${BRIMVEL_WERROR}>:-Werror>)
 
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
-  # NEON intrinsics go through SIMDe here; give it the vector units this
-  # machine has.
-  set(BRIMVEL_X86_LEVEL "" CACHE STRING "x86-64 micro-architecture level (empty: detect)")
+  # NEON intrinsics go through SIMDe here, which maps them onto the vector
+  # instructions that -march allows: the level decides both what the x86-64
+  # binaries need from a processor and how fast the emulated kernels (and so
+  # the benchmark figures in bench/RESULTS.md) are. The default is fixed, so
+  # that the same commands give the same binaries on every machine. It is
+  # x86-64-v3 (AVX2, FMA, BMI2: Intel from Haswell, AMD from Excavator and
+  # Zen): the level bench/RESULTS.md was measured at, and the one where
+  # SIMDe has AVX2's variable shifts and three-operand forms instead of
+  # longer SSE sequences. Its binaries stop with an illegal instruction on
+  # an older processor; configure with -DBRIMVEL_X86_LEVEL=x86-64-v2
+  # (SSE4.2, POPCNT) there. The kernels give the same bytes at every level.
+  #
+  # FMA: -ffp-contract=off (brimvel_build_flags) keeps the compiler from
+  # fusing a*b+c at v3. SIMDe itself implements vmla(q)_f32 and vmls(q)_f32
+  # with fused instructions when FMA is on, unlike ARM's separate multiply
+  # and add: float kernels use vmulq_f32 and vaddq_f32 (or vfmaq_f32 where
+  # a fused result is meant), never vmla/vmls on floats.
+  set(BRIMVEL_X86_LEVELS x86-64 x86-64-v2 x86-64-v3 x86-64-v4)
+  set(BRIMVEL_X86_LEVEL "x86-64-v3" CACHE STRING "x86-64 level of the x86-64 build (-march): ${BRIMVEL_X86_LEVELS}")
+  set_property(CACHE BRIMVEL_X86_LEVEL PROPERTY STRINGS ${BRIMVEL_X86_LEVELS})
   if(BRIMVEL_X86_LEVEL STREQUAL "")
-    set(BRIMVEL_X86_LEVEL "x86-64-v2")
-    if(EXISTS /proc/cpuinfo)
-      file(READ /proc/cpuinfo _cpuinfo)
-      if(_cpuinfo MATCHES " avx2 " AND _cpuinfo MATCHES " fma ")
-        set(BRIMVEL_X86_LEVEL "x86-64-v3")
-      endif()
-    endif()
+    # Build folders configured when empty meant "detect".
+    set_property(CACHE BRIMVEL_X86_LEVEL PROPERTY VALUE "x86-64-v3")
   endif()
+  if(NOT BRIMVEL_X86_LEVEL IN_LIST BRIMVEL_X86_LEVELS)
+    message(FATAL_ERROR "BRIMVEL_X86_LEVEL is '${BRIMVEL_X86_LEVEL}': one of ${BRIMVEL_X86_LEVELS}")
+  endif()
+  message(STATUS "x86-64 level: ${BRIMVEL_X86_LEVEL} (BRIMVEL_X86_LEVEL)")
   target_compile_options(brimvel_neon_flags INTERFACE -march=${BRIMVEL_X86_LEVEL})
   find_path(SIMDE_INCLUDE_DIR simde/arm/neon.h REQUIRED)
   target_include_directories(brimvel_neon_flags SYSTEM INTERFACE ${SIMDE_INCLUDE_DIR})
