@@ -18,7 +18,8 @@ run() {
   local name=$1 label=$2
   shift 2
   echo "=== $name: configure and build" >&2
-  cmake -S . -B "build/$name" -G Ninja -Wno-dev "$@" > "build/$name-configure.log" 2>&1 ||
+  # Warnings are errors in our own targets here (not for users' builds).
+  cmake -S . -B "build/$name" -G Ninja -Wno-dev -DBRIMVEL_WERROR=ON "$@" > "build/$name-configure.log" 2>&1 ||
     { cat "build/$name-configure.log"; return 1; }
   cmake --build "build/$name" -j "$jobs"
   echo "=== $name: test" >&2

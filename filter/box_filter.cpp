@@ -10,6 +10,16 @@
 #include "frame/log.h"
 #include "frame/platform.h"
 
+namespace {
+
+// The numbers that BoxFiltering_neon's log lines print after its name: part
+// of each line's text, whatever line of this file the call is on.
+constexpr int kSizeLogLine = 2895;      // "... Input width[%d] or height/4[%d] less than 2*R[%d]!"
+constexpr int kMemInfoLogLine = 2927;   // "---[MEM_INFO]---[...][2927] Ap BoxFilter use ..."
+constexpr int kMemErrorLogLine = 2930;  // "---[MEM_ERR]---[...][2930] Memmory occur an error!"
+
+}  // namespace
+
 // Buffers: src and dst hold height rows of stride bytes (dst is written
 // whole, padding included; src may be dst); work is 4-byte aligned and
 // holds workSize >= width*height*4 + stride*(2R + ceil(height/4))*4 bytes:
@@ -27,8 +37,8 @@ extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, in
         return TOCRA_NULL_POINTER;
     }
     if (width <= 2 * static_cast<int64_t>(radius) || 2 * static_cast<int64_t>(radius) >= height / 4) {
-        TOCRA_LOGE("%s %d Input width[%d] or height/4[%d] less than 2*R[%d]!\n", "BoxFiltering_neon", 2895, width,
-                   height, static_cast<int>(2u * static_cast<unsigned>(radius)));  // wraps like the device's int
+        TOCRA_LOGE("%s %d Input width[%d] or height/4[%d] less than 2*R[%d]!\n", "BoxFiltering_neon", kSizeLogLine,
+                   width, height, static_cast<int>(2u * static_cast<unsigned>(radius)));  // wraps like the device's int
         return TOCRA_NULL_POINTER;
     }
     // The work area is checked before any pass runs, so that a short one is
@@ -37,9 +47,9 @@ extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, in
                         static_cast<int64_t>(stride) * (2 * static_cast<int64_t>(radius) + (height + 3) / 4) * 4;
     const int useShown = use > INT_MAX ? INT_MAX : static_cast<int>(use);
     if (use > workSize) {
-        TOCRA_LOGI("---[MEM_INFO]---[%s][%d] Ap BoxFilter use [%d], Total[%d], left [%d]\n", "BoxFiltering_neon", 2927,
-                   useShown, workSize, static_cast<int>(workSize - static_cast<int64_t>(useShown)));
-        TOCRA_LOGE("---[MEM_ERR]---[%s][%d] Memmory occur an error!\n", "BoxFiltering_neon", 2930);
+        TOCRA_LOGI("---[MEM_INFO]---[%s][%d] Ap BoxFilter use [%d], Total[%d], left [%d]\n", "BoxFiltering_neon",
+                   kMemInfoLogLine, useShown, workSize, static_cast<int>(workSize - static_cast<int64_t>(useShown)));
+        TOCRA_LOGE("---[MEM_ERR]---[%s][%d] Memmory occur an error!\n", "BoxFiltering_neon", kMemErrorLogLine);
         return TOCRA_NULL_POINTER;
     }
     if (reinterpret_cast<uintptr_t>(work) % alignof(int32_t) != 0) {
@@ -59,8 +69,8 @@ extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, in
     tocra::PrintElapsed("IntegralMat_V_MT", start);
 
     const int used = static_cast<int>(cursor - work);
-    TOCRA_LOGI("---[MEM_INFO]---[%s][%d] Ap BoxFilter use [%d], Total[%d], left [%d]\n", "BoxFiltering_neon", 2927,
-               used, workSize, workSize - used);
+    TOCRA_LOGI("---[MEM_INFO]---[%s][%d] Ap BoxFilter use [%d], Total[%d], left [%d]\n", "BoxFiltering_neon",
+               kMemInfoLogLine, used, workSize, workSize - used);
     TOCRA_LOGI("exit func %s\n", "BoxFiltering_neon");
     return TOCRA_OK;
 }

@@ -67,6 +67,11 @@ void BoxSumV_C(uint8_t* dst, const int32_t* in, int width, int stride, int rows,
 
 using tocra::RowOffset;
 
+// The number that the slice kernel's "malloc fail" log line prints after its
+// name: part of the line's text (the call's line when it was written as
+// __LINE__), whatever line of this file the call is on now.
+constexpr int kMallocFailLogLine = 90;
+
 // Slice kernel: rows of `in` (pitch width) to rows of dst (pitch stride); the
 // first and last rows are the image's borders. Eight columns per vector
 // step: sums and counts in 32-bit lanes, the scaling in float (two separate
@@ -87,7 +92,7 @@ extern "C" void IntegralMat_V_S32XS32_Neon2(uint8_t* dst, const int32_t* in, int
     float* rowRecip = static_cast<float*>(iMalloc(n * sizeof(float), "IntegralMat_V_S32XS32_Neon2", __LINE__));
     int32_t* acc = static_cast<int32_t*>(iMalloc(w * sizeof(int32_t), "IntegralMat_V_S32XS32_Neon2", __LINE__));
     if (colCount == nullptr || rowCount == nullptr || colRecip == nullptr || rowRecip == nullptr || acc == nullptr) {
-        TOCRA_LOGI("%s %d malloc fail!\n", "IntegralMat_V_S32XS32_Neon2", __LINE__);
+        TOCRA_LOGI("%s %d malloc fail!\n", "IntegralMat_V_S32XS32_Neon2", kMallocFailLogLine);
         iFree(colCount, "IntegralMat_V_S32XS32_Neon2", __LINE__);
         iFree(rowCount, "IntegralMat_V_S32XS32_Neon2", __LINE__);
         iFree(colRecip, "IntegralMat_V_S32XS32_Neon2", __LINE__);

@@ -21,6 +21,10 @@ extern "C" int ImgRegistration_Query(int* size, int* other, int width, int heigh
 
 namespace {
 
+// The line number that goes with the tag "ImgRegistration" to iMalloc and
+// iFree: a fixed value, whatever line of this file the call is on.
+constexpr int kScratchTagLine = 166;
+
 // Each address is checked where it is first used; a null one is refused
 // with -998 and a line naming it.
 bool Converted(const void* p, const char* name) {
@@ -59,8 +63,8 @@ extern "C" int ImgRegistration(tagST_IMGREGISTRATION_PARAMS_IN* in, tagST_IMGREG
 
     const uint64_t forWarp = static_cast<uint64_t>(static_cast<uint32_t>(in->refPic.width)) * 100u;
     const uint64_t forRefit = static_cast<uint64_t>(pointNum) * 176u + 224u;
-    unsigned char* scratch =
-        static_cast<unsigned char*>(iMalloc(static_cast<size_t>(std::max(forWarp, forRefit)), "ImgRegistration", 166));
+    unsigned char* scratch = static_cast<unsigned char*>(
+        iMalloc(static_cast<size_t>(std::max(forWarp, forRefit)), "ImgRegistration", kScratchTagLine));
     if (scratch == nullptr) {
         TOCRA_LOGE("Reg ImgRegistration: malloc failed\n");
         return TOCRA_NO_MEMORY;
@@ -71,14 +75,14 @@ extern "C" int ImgRegistration(tagST_IMGREGISTRATION_PARAMS_IN* in, tagST_IMGREG
     int ret = MotionEstimation(H, in->refPic.width, in->refPic.height, &out->area);
     if (ret != 0) {
         TOCRA_LOGE("Reg ImgRegistration: MotionEstimation fail %d\n", ret);
-        iFree(scratch, "ImgRegistration", 166);
+        iFree(scratch, "ImgRegistration", kScratchTagLine);
         return ret;
     }
 
     // Slots 0 to 5 are inside the output record.
     if (frameIndex < 0 || frameIndex >= TOCRA_OUT_PIC_SLOTS) {
         TOCRA_LOGE("Reg ImgRegistration: frame index %d out of range\n", frameIndex);
-        iFree(scratch, "ImgRegistration", 166);
+        iFree(scratch, "ImgRegistration", kScratchTagLine);
         return TOCRA_NULL_POINTER;
     }
     const tagST_PIC& s = in->srcPic;
@@ -86,10 +90,10 @@ extern "C" int ImgRegistration(tagST_IMGREGISTRATION_PARAMS_IN* in, tagST_IMGREG
     const bool planar = in->refPic.format == TOCRA_FORMAT_YUV420;
     if (!Converted(s.pY, "srcPic.pY") || !Converted(s.pU, "srcPic.pU") || (planar && !Converted(s.pV, "srcPic.pV")) ||
         !Converted(o.pY, "outPic.pY") || !Converted(o.pU, "outPic.pU") || (planar && !Converted(o.pV, "outPic.pV"))) {
-        iFree(scratch, "ImgRegistration", 166);
+        iFree(scratch, "ImgRegistration", kScratchTagLine);
         return TOCRA_NULL_POINTER;
     }
     ret = AffineTransform_neon(&in->refPic, &in->srcPic, &out->outPic[frameIndex], H, &out->area, scratch);
-    iFree(scratch, "ImgRegistration", 166);
+    iFree(scratch, "ImgRegistration", kScratchTagLine);
     return ret;
 }

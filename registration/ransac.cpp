@@ -26,6 +26,9 @@ constexpr int kMaxSampleAttempts = 100;
 // Minimum squared integer distance between an earlier draw's reference
 // point and a later draw's matched point.
 constexpr int64_t kMinSampleDistance2 = 200;
+// The line number that goes with the tag "Refine" to iMalloc and iFree: a
+// fixed value, whatever line of this file the call is on.
+constexpr int kRefineTagLine = 133;
 
 inline unsigned char* AlignUp4(unsigned char* p) {
     return reinterpret_cast<unsigned char*>((reinterpret_cast<uintptr_t>(p) + 3) & ~uintptr_t{3});
@@ -164,7 +167,7 @@ extern "C" int Refine(tagST_MATCH_PAIRS* pairs, unsigned char* mask, float* H, f
     const uint64_t bytes = 60u * static_cast<uint64_t>(n) + 56u;
     if (bytes > SIZE_MAX) return -1;
 
-    unsigned char* mem = static_cast<unsigned char*>(iMalloc(static_cast<size_t>(bytes), "Refine", 133));
+    unsigned char* mem = static_cast<unsigned char*>(iMalloc(static_cast<size_t>(bytes), "Refine", kRefineTagLine));
     if (mem == nullptr) {
         // Inside RANSAC the iteration's model is then not accepted and the
         // search goes on.
@@ -198,7 +201,7 @@ extern "C" int Refine(tagST_MATCH_PAIRS* pairs, unsigned char* mask, float* H, f
         if (c == *inlierCount) break;
         *inlierCount = c;
     }
-    iFree(mem, "Refine", 133);
+    iFree(mem, "Refine", kRefineTagLine);
     return 0;
 }
 

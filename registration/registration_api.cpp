@@ -34,6 +34,9 @@ constexpr float kFirstThreshold = 160.0f;
 constexpr float kSecondThreshold = 80.0f;
 constexpr float kConfidence = 0.9995f;  // 0x3F7FDF3B
 constexpr float kKeypointScale = 0.015625f;  // 1/64 pixel
+// The line number that goes with the tag "RansacEst_TocraAPI" to iMalloc and
+// iFree: a fixed value, whatever line of this file the call is on.
+constexpr int kScratchTagLine = 261;
 
 // The records hold slots 0 to 5: the output record six pictures, the input
 // record a pair record for each (frame 0's is the input record's last three
@@ -122,8 +125,8 @@ extern "C" int RansacEst_TocraAPI(tagST_RANSAC_REQUEST* request) {
         matchPoints[2 * i + 1] = static_cast<float>(m.y) * kKeypointScale;
     }
 
-    unsigned char* scratch =
-        static_cast<unsigned char*>(iMalloc(static_cast<size_t>(matchNum) * 80u, "RansacEst_TocraAPI", 261));
+    unsigned char* scratch = static_cast<unsigned char*>(
+        iMalloc(static_cast<size_t>(matchNum) * 80u, "RansacEst_TocraAPI", kScratchTagLine));
     if (scratch == nullptr) {
         TOCRA_LOGI("ransac malloc failed!");
         return TOCRA_NO_MEMORY;
@@ -147,7 +150,7 @@ extern "C" int RansacEst_TocraAPI(tagST_RANSAC_REQUEST* request) {
         TOCRA_LOGI("ransac pstMatchPairs->pointNum after  RansacEstimation 2nd = %d", pairs.pointNum);
     }
     request->pointNum = pairs.pointNum;
-    iFree(scratch, "RansacEst_TocraAPI", 261);
+    iFree(scratch, "RansacEst_TocraAPI", kScratchTagLine);
     // The pairs and the count are results for the pipeline too.
     Flush(refPoints, static_cast<size_t>(matchNum) * 8u);
     Flush(matchPoints, static_cast<size_t>(matchNum) * 8u);

@@ -197,7 +197,9 @@ TEST(CopyFill, OddWidthOddAreaByHand) {
                 const bool copied = r != 1 || (nv12 ? (c < 1 || c >= 5) : c == 2);
                 const size_t i = static_cast<size_t>(r * cw + c);
                 ASSERT_EQ(dst.u[i], copied ? src.u[i] : 7) << nv12 << " " << c << "," << r;
-                if (!nv12) ASSERT_EQ(dst.v[i], copied ? src.v[i] : 7);
+                if (!nv12) {
+                    ASSERT_EQ(dst.v[i], copied ? src.v[i] : 7);
+                }
             }
         }
     }

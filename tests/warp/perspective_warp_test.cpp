@@ -363,7 +363,9 @@ TEST(PerspectiveWarp, TheSourceAndDestinationOwnSizesAreNotCompared) {
         const size_t chromaRow = v.nv12 ? 64 : 32;
         for (size_t i = 0; i < half.u.size(); ++i) {
             ASSERT_EQ(half.u[i], i < 8 * chromaRow ? full.u[i] : 9) << v.name << " " << i;
-            if (!v.nv12) ASSERT_EQ(half.v[i], i < 8 * chromaRow ? full.v[i] : 9) << v.name << " " << i;
+            if (!v.nv12) {
+                ASSERT_EQ(half.v[i], i < 8 * chromaRow ? full.v[i] : 9) << v.name << " " << i;
+            }
         }
     }
 }
