@@ -22,6 +22,13 @@ add_library(brimvel_warnings INTERFACE)
 # recompute its arithmetic.
 target_compile_options(brimvel_build_flags INTERFACE -ffp-contract=off)
 
+# Plain-only builds (BRIMVEL_PLAIN_ONLY, see the top CMakeLists.txt): every
+# target of ours sees BRIMVEL_PLAIN_ONLY=1, so that plane drivers pick the
+# plain rows and tests leave out what compares with the NEON rows.
+if(BRIMVEL_PLAIN_ONLY)
+  target_compile_definitions(brimvel_build_flags INTERFACE BRIMVEL_PLAIN_ONLY=1)
+endif()
+
 option(BRIMVEL_WERROR "Warnings are errors in the project's own targets (test.sh turns it on)" OFF)
 target_compile_options(brimvel_warnings INTERFACE -Wall -Wextra $<$<BOOL:${BRIMVEL_WERROR}>:-Werror>)
 
@@ -55,8 +62,10 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   endif()
   message(STATUS "x86-64 level: ${BRIMVEL_X86_LEVEL} (BRIMVEL_X86_LEVEL)")
   target_compile_options(brimvel_neon_flags INTERFACE -march=${BRIMVEL_X86_LEVEL})
-  find_path(SIMDE_INCLUDE_DIR simde/arm/neon.h REQUIRED)
-  target_include_directories(brimvel_neon_flags SYSTEM INTERFACE ${SIMDE_INCLUDE_DIR})
+  if(NOT BRIMVEL_PLAIN_ONLY)
+    find_path(SIMDE_INCLUDE_DIR simde/arm/neon.h REQUIRED)
+    target_include_directories(brimvel_neon_flags SYSTEM INTERFACE ${SIMDE_INCLUDE_DIR})
+  endif()
 elseif(ANDROID)
   # The NDK chooses the architecture and the float ABI of armeabi-v7a
   # (soft-float calling convention); the kernels need NEON there.

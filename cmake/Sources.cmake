@@ -103,6 +103,7 @@ brimvel_sources(BRIMVEL_TEST_SUPPORT_SOURCES
 set(BRIMVEL_TEST_SUITES frame filter registration warp config boundscheck api faults)
 brimvel_sources(BRIMVEL_TEST_FRAME_SOURCES
   tests/frame/frame_test.cpp
+  tests/frame/numeric_test.cpp
   tests/frame/thread_helpers_test.cpp
   tests/frame/worker_pool_test.cpp
 )
