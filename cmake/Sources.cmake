@@ -34,12 +34,16 @@ brimvel_sources(BRIMVEL_FILTER_SOURCES
   filter/bands.cpp
   filter/box_filter.cpp
   filter/box_sum_h.cpp
+  filter/box_sum_h_neon.cpp
   filter/box_sum_v.cpp
+  filter/box_sum_v_neon.cpp
   filter/cum_hist.cpp
+  filter/cum_hist_neon.cpp
   filter/downscale_x4.cpp
   filter/face_map.cpp
   filter/frame_balance.cpp
   filter/integral_image.cpp
+  filter/integral_image_neon.cpp
   filter/upscale_error.cpp
   filter/upscale_x4.cpp
   filter/yuv2rgb_hist.cpp

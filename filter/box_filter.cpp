@@ -5,6 +5,7 @@
 
 #include "brimvel_tocra.h"
 #include "filter/face_map.h"
+#include "filter/filter_kernels.h"
 #include "frame/entry_guard.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
@@ -22,9 +23,9 @@ constexpr int kMemErrorLogLine = 2930;  // "---[MEM_ERR]---[...][2930] Memmory o
 
 // Buffers: src and dst hold height rows of stride bytes (dst is written
 // whole, padding included; src may be dst); work is 4-byte aligned and
-// holds workSize >= width*height*4 + stride*(2R + ceil(height/4))*4 bytes:
-// the horizontal sums, then four scratch slices. Answers -998 without
-// writing anything when any of that does not hold.
+// holds the horizontal sums (width*height*4 bytes), then the scratch slices.
+// Answers -998 without writing anything where a pass would go through a
+// null address or leave these buffers.
 extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, int stride, int height, int radius,
                                  uint8_t* work, int workSize) {
     TOCRA_LOGI("enter func %s\n", "BoxFiltering_neon");
@@ -32,21 +33,25 @@ extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, in
         TOCRA_LOGE("%s null pointer: src, dst and work must all be set\n", "BoxFiltering_neon");
         return TOCRA_NULL_POINTER;
     }
-    if (radius < 0 || stride < width) {
-        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] radius[%d]\n", "BoxFiltering_neon", width, stride, radius);
-        return TOCRA_NULL_POINTER;
-    }
+    // 2R in 64 bits: the check stays a check for any radius.
     if (width <= 2 * static_cast<int64_t>(radius) || 2 * static_cast<int64_t>(radius) >= height / 4) {
         TOCRA_LOGE("%s %d Input width[%d] or height/4[%d] less than 2*R[%d]!\n", "BoxFiltering_neon", kSizeLogLine,
                    width, height, static_cast<int>(2u * static_cast<unsigned>(radius)));  // wraps like the device's int
         return TOCRA_NULL_POINTER;
     }
-    // The work area is checked before any pass runs, so that a short one is
-    // refused instead of overrun.
-    const int64_t use = static_cast<int64_t>(width) * height * 4 +
-                        static_cast<int64_t>(stride) * (2 * static_cast<int64_t>(radius) + (height + 3) / 4) * 4;
+    if (radius < 0 || stride < width) {
+        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] radius[%d]\n", "BoxFiltering_neon", width, stride, radius);
+        return TOCRA_NULL_POINTER;
+    }
+    // What the passes reserve ("use") and what they really touch: the last
+    // slice may end before the reserved area does. Only a work area shorter
+    // than what is touched is refused, before any pass runs; one that is
+    // merely shorter than the reservation is reported after the fact.
+    const int64_t sumBytes = static_cast<int64_t>(width) * height * 4;
+    const int64_t use = sumBytes + static_cast<int64_t>(stride) * (2 * static_cast<int64_t>(radius) + (height + 3) / 4) * 4;
+    const int64_t touched = sumBytes + tocra::BoxSumVScratchExtent(width, stride, height, radius);
     const int useShown = use > INT_MAX ? INT_MAX : static_cast<int>(use);
-    if (use > workSize) {
+    if (touched > workSize) {
         TOCRA_LOGI("---[MEM_INFO]---[%s][%d] Ap BoxFilter use [%d], Total[%d], left [%d]\n", "BoxFiltering_neon",
                    kMemInfoLogLine, useShown, workSize, static_cast<int>(workSize - static_cast<int64_t>(useShown)));
         TOCRA_LOGE("---[MEM_ERR]---[%s][%d] Memmory occur an error!\n", "BoxFiltering_neon", kMemErrorLogLine);
@@ -71,6 +76,9 @@ extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, in
     const int used = static_cast<int>(cursor - work);
     TOCRA_LOGI("---[MEM_INFO]---[%s][%d] Ap BoxFilter use [%d], Total[%d], left [%d]\n", "BoxFiltering_neon",
                kMemInfoLogLine, used, workSize, workSize - used);
+    if (used > workSize) {
+        TOCRA_LOGE("---[MEM_ERR]---[%s][%d] Memmory occur an error!\n", "BoxFiltering_neon", kMemErrorLogLine);
+    }
     TOCRA_LOGI("exit func %s\n", "BoxFiltering_neon");
     return TOCRA_OK;
 }
@@ -100,7 +108,17 @@ extern "C" int BoxFilter_TocraAPI(BoxFilterApiParams* params) {
     m.width = p.width;
     m.height = p.height;
     m.radius = p.nSmoothRadius;
-    if (tocra::PrepareFaceMap("BoxFilter_TocraAPI", m) != 0) return TOCRA_NULL_POINTER;
+    // The map is stride * height bytes with stride = width rounded up to 128.
+    // A map of no bytes is nothing to paint; refused (-998 and a line): a
+    // negative size (the fill would run past the buffer) or one past 2^31 - 1
+    // (the row offsets would overflow).
+    const int64_t stride = (static_cast<int64_t>(m.width) + 127) & ~static_cast<int64_t>(127);
+    if (stride * m.height < 0 || stride * m.height > INT_MAX) {
+        TOCRA_LOGE("%s invalid map: width[%d] height[%d] face_num[%d]\n", "BoxFilter_TocraAPI", m.width, m.height,
+                   m.faceNum);
+        return TOCRA_NULL_POINTER;
+    }
+    m.stride = static_cast<int32_t>(stride);
 
     tocra::PaintFaceMap(m, p.background);
     const int ret = tocra::StartPoolAndSmooth(m);

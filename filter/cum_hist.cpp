@@ -6,38 +6,55 @@
 #include "filter/bands.h"
 #include "filter/filter_kernels.h"
 #include "frame/log.h"
-#include "frame/neon.h"
 
-namespace {
+namespace tocra {
 
-void RunningSum(uint32_t* hist) {
+void CumCountRow_C(uint32_t* counts, const uint8_t* p, int width, int step) {
+    for (int x = 0; x < width; x += step) ++counts[p[x]];
+}
+
+void CumHistPlane(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist, bool plain) {
+    CumCountRowFn row = CumCountRow_C;
+#if !defined(BRIMVEL_PLAIN_ONLY)
+    if (!plain) row = CumCountRow_NEON;
+#else
+    (void)plain;
+#endif
+    // Four counter sets, added up at the end, so that runs of equal pixels
+    // do not serialise on one counter.
+    uint32_t counts[4 * 256];
+    memset(counts, 0, sizeof(counts));
+    for (int y = 0; y < rows; y += step) row(counts, plane + RowOffset(y, stride), width, step);
+    for (int v = 0; v < 256; ++v) hist[v] = counts[v] + counts[256 + v] + counts[512 + v] + counts[768 + v];
     for (int v = 1; v < 256; ++v) hist[v] += hist[v - 1];
 }
 
-// Four counter sets, merged at the end, so that runs of equal pixels do not
-// serialise on one counter.
-struct SplitCounts {
-    uint32_t c[4][256];
-    SplitCounts() { memset(c, 0, sizeof(c)); }
-    void Count16(const uint8_t* b) {
-        for (int i = 0; i < 16; i += 4) {
-            ++c[0][b[i]];
-            ++c[1][b[i + 1]];
-            ++c[2][b[i + 2]];
-            ++c[3][b[i + 3]];
-        }
-    }
-    void MergeInto(uint32_t* hist) const {
-        for (int v = 0; v < 256; ++v) hist[v] += c[0][v] + c[1][v] + c[2][v] + c[3][v];
-    }
-};
+void GetCumHist_C(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist) {
+    CumHistPlane(plane, width, rows, stride, step, hist, true);
+}
 
-// Kernels check what they would read and write; a null histogram or a plane
-// that cannot be read leaves everything untouched.
+void GetCumSum_C(const uint8_t* plane, int width, int rows, int stride, uint32_t* hist) {
+    CumHistPlane(plane, width, rows, stride, 1, hist, true);
+}
+
+namespace {
+
+// Last byte offset read (rows 0, step, ... < rows, columns 0, step, ... <
+// width), or -1 when nothing is read.
+int64_t LastRead(int width, int rows, int stride, int step) {
+    if (width <= 0 || rows <= 0) return -1;
+    return static_cast<int64_t>((rows - 1) / step) * step * stride + static_cast<int64_t>((width - 1) / step) * step;
+}
+
+// Kernels check what they would do: nothing to count is not an error (the
+// histogram is all zeros), but a null histogram, a step below 1 with rows
+// to walk (the row loop would never end), and sampled bytes through a null
+// plane or past `rows` rows of `stride` bytes are refused with a line.
 bool HistArgsOk(const char* name, const uint8_t* plane, int width, int rows, int stride, int step,
-                const uint32_t* hist) {
-    if (hist == nullptr || width < 0 || rows < 0 || step <= 0 ||
-        (width > 0 && rows > 0 && (plane == nullptr || stride < width))) {
+                const uint32_t* hist, int64_t lastRead) {
+    const bool reads = width > 0 && rows > 0;
+    if (hist == nullptr || (rows > 0 && step <= 0) ||
+        (reads && step > 0 && (plane == nullptr || stride < 0 || lastRead >= static_cast<int64_t>(rows) * stride))) {
         TOCRA_LOGE("%s invalid input: width[%d] rows[%d] stride[%d] step[%d]\n", name, width, rows, stride, step);
         return false;
     }
@@ -46,24 +63,13 @@ bool HistArgsOk(const char* name, const uint8_t* plane, int width, int rows, int
 
 }  // namespace
 
-namespace tocra {
-
-void GetCumHist_C(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist) {
-    memset(hist, 0, 256 * sizeof(uint32_t));
-    for (int y = 0; y < rows; y += step) {
-        const uint8_t* p = plane + RowOffset(y, stride);
-        for (int x = 0; x < width; x += step) ++hist[p[x]];
-    }
-    RunningSum(hist);
-}
-
-void GetCumSum_C(const uint8_t* plane, int width, int rows, int stride, uint32_t* hist) {
-    memset(hist, 0, 256 * sizeof(uint32_t));
-    for (int y = 0; y < rows; ++y) {
-        const uint8_t* p = plane + RowOffset(y, stride);
-        for (int x = 0; x < width; ++x) ++hist[p[x]];
-    }
-    RunningSum(hist);
+// The farthest sampled byte lies in the last band (it always holds the
+// last row).
+bool CumHistBandsReadInside(const uint8_t* plane, int width, int height, int stride, int step) {
+    if (width <= 0 || height <= 0 || step <= 0) return true;
+    const Band b = QuarterBand(height, kBandTasks - 1);
+    const int64_t last = static_cast<int64_t>(b.first) * stride + LastRead(width, b.rows, stride, step);
+    return plane != nullptr && stride >= 0 && last < static_cast<int64_t>(height) * stride;
 }
 
 }  // namespace tocra
@@ -73,44 +79,17 @@ using tocra::RowOffset;
 // Rows 0, step, 2*step, ... and in them columns 0, step, ...; for step 2
 // the even columns are taken sixteen at a time by de-interleaving loads.
 extern "C" void GetCumHist_Neon(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist) {
-    if (!HistArgsOk("GetCumHist_Neon", plane, width, rows, stride, step, hist)) return;
-    memset(hist, 0, 256 * sizeof(uint32_t));
-    SplitCounts counts;
-    uint8_t lanes[16];
-    for (int y = 0; y < rows; y += step) {
-        const uint8_t* p = plane + RowOffset(y, stride);
-        int x = 0;
-        if (step == 2) {
-            // 32 source bytes per step, all inside the row.
-            for (; x + 32 <= width; x += 32) {
-                vst1q_u8(lanes, vld2q_u8(p + x).val[0]);
-                counts.Count16(lanes);
-            }
-        }
-        for (; x < width; x += step) ++hist[p[x]];
-    }
-    counts.MergeInto(hist);
-    RunningSum(hist);
+    const int64_t last = step > 0 ? tocra::LastRead(width, rows, stride, step) : -1;
+    if (!tocra::HistArgsOk("GetCumHist_Neon", plane, width, rows, stride, step, hist, last)) return;
+    tocra::CumHistPlane(plane, width, rows, stride, step > 0 ? step : 1, hist, false);
 }
 
-// Every pixel, sixteen per step with a prefetch ahead, scalar tail.
+// Every pixel, sixteen per step, scalar tail.
 extern "C" void GetCumSum_NEON(const uint8_t* plane, int width, int rows, int stride, uint32_t* hist) {
-    if (!HistArgsOk("GetCumSum_NEON", plane, width, rows, stride, 1, hist)) return;
-    memset(hist, 0, 256 * sizeof(uint32_t));
-    SplitCounts counts;
-    uint8_t lanes[16];
-    for (int y = 0; y < rows; ++y) {
-        const uint8_t* p = plane + RowOffset(y, stride);
-        int x = 0;
-        for (; x + 16 <= width; x += 16) {
-            __builtin_prefetch(p + x + 64);
-            vst1q_u8(lanes, vld1q_u8(p + x));
-            counts.Count16(lanes);
-        }
-        for (; x < width; ++x) ++hist[p[x]];
-    }
-    counts.MergeInto(hist);
-    RunningSum(hist);
+    if (!tocra::HistArgsOk("GetCumSum_NEON", plane, width, rows, stride, 1, hist,
+                           tocra::LastRead(width, rows, stride, 1)))
+        return;
+    tocra::CumHistPlane(plane, width, rows, stride, 1, hist, false);
 }
 
 namespace {
@@ -120,7 +99,7 @@ struct HistJob {
     int width;
     int height;
     int stride;
-    int step;  // 0: every pixel (GetCumSum_NEON)
+    int step;
     uint32_t* set;
 };
 
@@ -129,20 +108,20 @@ struct HistJob {
 void HistBand(void* arg, int index) {
     const HistJob* job = static_cast<const HistJob*>(arg);
     const tocra::Band band = tocra::QuarterBand(job->height, index);
-    const uint8_t* p = job->plane + RowOffset(band.first, job->stride);
-    uint32_t* hist = job->set + 256 * index;
-    if (job->step == 0) {
-        GetCumSum_NEON(p, job->width, band.rows, job->stride, hist);
-    } else {
-        GetCumHist_Neon(p, job->width, band.rows, job->stride, job->step, hist);
-    }
+    const uint8_t* p = band.rows > 0 ? job->plane + RowOffset(band.first, job->stride) : job->plane;
+    tocra::CumHistPlane(p, job->width, band.rows, job->stride, job->step, job->set + 256 * index, false);
 }
 
+// Refused (-998 and a line) as the kernels refuse, for the whole plane.
 int RunHistBands(const char* name, const HistJob& job) {
-    if (!HistArgsOk(name, job.plane, job.width, job.height, job.stride, job.step == 0 ? 1 : job.step, job.set)) {
+    if (job.set == nullptr || (job.height > 0 && job.step <= 0) ||
+        !tocra::CumHistBandsReadInside(job.plane, job.width, job.height, job.stride, job.step)) {
+        TOCRA_LOGE("%s invalid input: width[%d] rows[%d] stride[%d] step[%d]\n", name, job.width, job.height,
+                   job.stride, job.step);
         return TOCRA_NULL_POINTER;
     }
     HistJob j = job;
+    if (j.step <= 0) j.step = 1;  // no rows: every band only clears its counters
     return tocra::RunFourBands(HistBand, &j);
 }
 
@@ -150,14 +129,9 @@ int RunHistBands(const char* name, const HistJob& job) {
 
 // set holds 4 x 256 counters, one cumulative histogram per band; the caller adds them.
 extern "C" int GetCumHist_Neon_MT(const uint8_t* plane, int width, int height, int stride, int step, uint32_t* set) {
-    if (step <= 0) {
-        TOCRA_LOGE("%s invalid input: width[%d] rows[%d] stride[%d] step[%d]\n", "GetCumHist_Neon_MT", width, height,
-                   stride, step);
-        return TOCRA_NULL_POINTER;
-    }
     return RunHistBands("GetCumHist_Neon_MT", HistJob{plane, width, height, stride, step, set});
 }
 
 extern "C" int GetCumSum_Neon_MT(const uint8_t* plane, int width, int height, int stride, uint32_t* set) {
-    return RunHistBands("GetCumSum_Neon_MT", HistJob{plane, width, height, stride, 0, set});
+    return RunHistBands("GetCumSum_Neon_MT", HistJob{plane, width, height, stride, 1, set});
 }

@@ -8,18 +8,78 @@
 
 namespace tocra {
 
-// Integral image rows: out[0] = 0, out[c] = p[0] + ... + p[c - 1], c = 1..width.
-void IntegralRowPrefix_C(uint32_t* out, const uint8_t* p, int width);
-void IntegralRowPrefix_Neon(uint32_t* out, const uint8_t* p, int width);
-// Column pass: each of the `cols` values of rows 1..rows-1 gets the value
-// above it added (row 0 is left as it is).
-void IntegralColumns_C(uint32_t* row0, int pitch, int rows, int cols);
-void IntegralColumns_Neon(uint32_t* row0, int pitch, int rows, int cols);
+// Integral image rows. IntegralRow: out[x] = above[x] + sum + p[0] + ... +
+// p[x] for x = 0..width-1 (out may be above); returns the row's running sum.
+using IntegralRowFn = uint32_t (*)(uint32_t* out, const uint32_t* above, const uint8_t* p, int width, uint32_t sum);
+uint32_t IntegralRow_C(uint32_t* out, const uint32_t* above, const uint8_t* p, int width, uint32_t sum);
+// row[c] += add[c], c = 0..cols-1.
+using IntegralAddRowFn = void (*)(uint32_t* row, const uint32_t* add, int cols);
+void IntegralAddRow_C(uint32_t* row, const uint32_t* add, int cols);
+// sums[x] += p[x], x = 0..width-1.
+using IntegralColSumRowFn = void (*)(uint32_t* sums, const uint8_t* p, int width);
+void IntegralColSumRow_C(uint32_t* sums, const uint8_t* p, int width);
+#if !defined(BRIMVEL_PLAIN_ONLY)
+uint32_t IntegralRow_NEON(uint32_t* out, const uint32_t* above, const uint8_t* p, int width, uint32_t sum);
+void IntegralAddRow_NEON(uint32_t* row, const uint32_t* add, int cols);
+void IntegralColSumRow_NEON(uint32_t* sums, const uint8_t* p, int width);
+#endif
+// The summed-area table of IntergralMat_MT (arguments already checked) with
+// the plain rows or the vector ones (plain-only builds: always plain).
+void IntegralPlane(const uint8_t* src, uint32_t* dst, int width, int height, int stride, bool plain);
 
-// Vertical box sums of one slice, divided by the clipped window area.
+// Horizontal box sums of one row (needs width > 2R): out[x] = p[x-R] + ...
+// + p[x+R], clipped to the row. The pair form does the row at p and the one
+// `stride` bytes below it, into out and out + width.
+using BoxSumHRowFn = void (*)(int32_t* out, const uint8_t* p, int width, int radius);
+using BoxSumHPairFn = void (*)(int32_t* out, const uint8_t* p, int width, int stride, int radius);
+void BoxSumHRow_C(int32_t* out, const uint8_t* p, int width, int radius);
+void BoxSumHPair_C(int32_t* out, const uint8_t* p, int width, int stride, int radius);
+// The running sum s at column x - 1 carried on to the row's end (slide,
+// then drain): the plain tail of every form.
+void BoxSumHFinish(int32_t* out, const uint8_t* p, int width, int radius, int x, int32_t s);
+// s + p[R] + ... + p[2R] written to out[0..R] (the fill); returns the sum.
+int32_t BoxSumHFill(int32_t* out, const uint8_t* p, int radius, int32_t s);
+#if !defined(BRIMVEL_PLAIN_ONLY)
+void BoxSumHRow_NEON(int32_t* out, const uint8_t* p, int width, int radius);
+void BoxSumHPair_NEON(int32_t* out, const uint8_t* p, int width, int stride, int radius);
+#endif
+
+// One output row of the vertical box pass: the accumulator takes row `add`
+// and gives back row `sub` (either may be null), and every column is
+// scaled by its window's area into dst.
+struct BoxSumVLine {
+    int32_t* acc;
+    const int32_t* add;
+    const int32_t* sub;
+    const int32_t* colCount;
+    const float* colRecip;
+    int32_t rowCount;
+    float rowRecip;
+};
+using BoxSumVRowFn = void (*)(uint8_t* dst, const BoxSumVLine& line, int width);
+void BoxSumVRow_C(uint8_t* dst, const BoxSumVLine& line, int width);
+#if !defined(BRIMVEL_PLAIN_ONLY)
+void BoxSumVRow_NEON(uint8_t* dst, const BoxSumVLine& line, int width);
+#endif
+// Vertical box sums of one slice, divided by the clipped window area: the
+// slice kernel with the plain rows (the reference for the vector one).
 void BoxSumV_C(uint8_t* dst, const int32_t* in, int width, int stride, int rows, int radius);
+// Bytes of the scratch area that IntegralMat_V_MT really touches for a
+// plane (its slices clamped to the plane), at most the area it reserves.
+int64_t BoxSumVScratchExtent(int width, int stride, int height, int radius);
 
-// Cumulative histograms.
+// Cumulative histograms. A count row adds the bytes at columns 0, step,
+// 2 step, ... < width to four counter sets (4 x 256, added up at the end).
+using CumCountRowFn = void (*)(uint32_t* counts, const uint8_t* p, int width, int step);
+void CumCountRow_C(uint32_t* counts, const uint8_t* p, int width, int step);
+#if !defined(BRIMVEL_PLAIN_ONLY)
+void CumCountRow_NEON(uint32_t* counts, const uint8_t* p, int width, int step);
+#endif
+// Rows 0, step, ... < rows counted, then the running sum; step > 0.
+void CumHistPlane(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist, bool plain);
+// True when the four subsampled bands of GetCumHist_Neon_MT read nothing,
+// or read only inside `height` rows of `stride` bytes at a non-null plane.
+bool CumHistBandsReadInside(const uint8_t* plane, int width, int height, int stride, int step);
 void GetCumHist_C(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist);
 void GetCumSum_C(const uint8_t* plane, int width, int rows, int stride, uint32_t* hist);
 

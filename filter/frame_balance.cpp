@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "brimvel_tocra.h"
+#include "filter/filter_kernels.h"
 #include "frame/entry_guard.h"
 #include "frame/hooks.h"
 #include "frame/log.h"
@@ -84,8 +85,11 @@ extern "C" int CalcuFrameBalance_TocraAPI(FrameBalanceParams* params) {
         TOCRA_LOGE("CalcuFrameBalance Neon Get Pointer Error\n");
         return TOCRA_NULL_POINTER;
     }
-    // A plane larger than a 32-bit size is no pipeline buffer.
-    if (p.width <= 0 || p.height <= 0 || p.stride < p.width || static_cast<int64_t>(p.stride) * p.height > INT32_MAX) {
+    // Nothing to count (no rows or no columns) is no error: both histograms
+    // are zero. Refused: sampled bytes past `height` rows of `stride` bytes,
+    // and planes past a 32-bit size (the band offsets would overflow).
+    if (!tocra::CumHistBandsReadInside(a, p.width, p.height, p.stride, 2) ||
+        (p.width > 0 && p.height > 0 && static_cast<int64_t>(p.stride) * p.height > INT32_MAX)) {
         TOCRA_LOGE("CalcuFrameBalance invalid size: width[%d] height[%d] stride[%d]\n", p.width, p.height, p.stride);
         return TOCRA_NULL_POINTER;
     }

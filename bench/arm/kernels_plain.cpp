@@ -3,8 +3,8 @@
 // band's rows done by the plain (scalar) form. Which function each figure
 // measures:
 //
-//   IntergralMat_MT         tocra::IntegralRowPrefix_C per band, then
-//                           tocra::IntegralColumns_C on the calling thread
+//   IntergralMat_MT         tocra::IntegralPlane with the plain rows (the
+//                           exported driver: both passes banded)
 //   IntegralMat_H_MT        IntegralMat_H_S32XS32 (exported plain rows) per band
 //   IntegralMat_V_MT        tocra::BoxSumV_C per slice, slices as exported
 //   BoxFiltering_neon       the two passes above (no log or timing lines)
@@ -54,21 +54,6 @@ bool Available(const char* kernel) {
 }
 
 namespace {
-
-struct IntegralPlainJob {
-    const uint8_t* src;
-    uint32_t* row1;
-    int width, height, stride;
-};
-
-void IntegralBand(void* arg, int k) {
-    const IntegralPlainJob* j = static_cast<const IntegralPlainJob*>(arg);
-    const Band b = tocra::QuarterBand(j->height, k);
-    for (int i = 0; i < b.rows; ++i) {
-        tocra::IntegralRowPrefix_C(j->row1 + RowOffset(b.first + i, j->width + 1),
-                                   j->src + RowOffset(b.first + i, j->stride), j->width);
-    }
-}
 
 struct BoxHJob {
     int32_t* out;
@@ -221,11 +206,7 @@ void BriefWorker(void* arg, int k) {
 }  // namespace
 
 void IntergralMat_MT(const uint8_t* src, int32_t* dst, int width, int height, int stride) {
-    const int pitch = width + 1;
-    memset(dst, 0, sizeof(int32_t) * static_cast<size_t>(pitch));
-    IntegralPlainJob job{src, reinterpret_cast<uint32_t*>(dst + pitch), width, height, stride};
-    tocra::RunFourBands(IntegralBand, &job);
-    tocra::IntegralColumns_C(reinterpret_cast<uint32_t*>(dst), pitch, height + 1, pitch);
+    tocra::IntegralPlane(src, reinterpret_cast<uint32_t*>(dst), width, height, stride, true);
 }
 
 int IntegralMat_H_MT(int32_t* out, const uint8_t* src, int width, int stride, int height, int radius) {

@@ -2,6 +2,7 @@
 #include <cctype>
 #include <cstring>
 #include <initializer_list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -62,7 +63,7 @@ std::vector<int32_t> NaiveRowSums(const std::vector<uint8_t>& src, int w, int ro
 
 TEST(BoxSumKernels, HorizontalVariantsMatchTheDefinition) {
     for (int r : {0, 1, 3, 7, 20}) {
-        for (int w = 1; w <= 60; ++w) {
+        for (int w = 2 * r + 1; w <= 2 * r + 60; ++w) {
             for (int rows : {1, 2, 3, 5}) {
                 const int stride = w + 5;
                 const auto src = RandomBytes(static_cast<size_t>(stride) * rows, w * 7 + r + rows);
@@ -77,6 +78,49 @@ TEST(BoxSumKernels, HorizontalVariantsMatchTheDefinition) {
             }
         }
     }
+}
+
+// The row kernels with their plain and vector rows, against the definition
+// on rows whose last byte is the buffer's last byte (stride = width).
+TEST(BoxSumKernels, RowFormsAgreeOnTightRows) {
+    for (int r : {0, 1, 2, 9}) {
+        for (int w = 2 * r + 1; w <= 2 * r + 40; ++w) {
+            const auto src = RandomBytes(static_cast<size_t>(w) * 3, w * 5 + r);
+            const auto want = NaiveRowSums(src, w, 3, w, r);
+            std::vector<int32_t> a(want.size(), -1);
+            tocra::BoxSumHRow_C(a.data(), src.data(), w, r);
+            tocra::BoxSumHPair_C(a.data() + w, src.data() + w, w, w, r);
+            ASSERT_EQ(a, want) << w << " r" << r;
+#if !defined(BRIMVEL_PLAIN_ONLY)
+            std::vector<int32_t> b(want.size(), -2);
+            tocra::BoxSumHRow_NEON(b.data(), src.data(), w, r);
+            tocra::BoxSumHPair_NEON(b.data() + w, src.data() + w, w, w, r);
+            ASSERT_EQ(b, want) << w << " r" << r;
+#endif
+        }
+    }
+}
+
+// width <= 2R: the incremental loop would read before the row's first byte
+// and write past its last sum; the kernels refuse it with a line and write
+// nothing (the box filter checks the size before any pass).
+TEST(BoxSumKernels, WidthUpTo2RIsRefused) {
+    std::vector<uint8_t> src(64, 3);
+    std::vector<int32_t> out(64, 7);
+    tocra_test::ClearLog();
+    IntegralMat_H_S32XS32(out.data(), src.data(), 4, 8, 2, 2);
+    IntegralMat_H_S32XS32_Neon(out.data(), src.data(), 5, 8, 2, 3);
+    IntegralMat_H_S32XS32_Neon3(out.data(), src.data(), 0, 8, 2, 0);
+    EXPECT_EQ(IntegralMat_H_MT(out.data(), src.data(), 6, 8, 4, 3), -998);
+    EXPECT_EQ(out, std::vector<int32_t>(64, 7));
+    EXPECT_TRUE(Logged(6, "IntegralMat_H_S32XS32 invalid input: width[4] stride[8] rows[2] radius[2]\n"));
+    EXPECT_TRUE(Logged(6, "IntegralMat_H_MT invalid input: width[6] stride[8] height[4] radius[3]\n"));
+    EXPECT_EQ(tocra_test::Log().size(), 4u);
+    // No rows: nothing to do, whatever else is passed.
+    tocra_test::ClearLog();
+    IntegralMat_H_S32XS32(nullptr, nullptr, 4, 1, 0, 9);
+    EXPECT_EQ(IntegralMat_H_MT(nullptr, nullptr, 4, 1, -3, 9), 0);
+    EXPECT_TRUE(tocra_test::Log().empty());
 }
 
 TEST(BoxSumKernels, VerticalPlainAndVectorGiveTheSameBytes) {
@@ -141,7 +185,7 @@ TEST(BoxSumKernels, BadArgumentsWriteNothing) {
     uint8_t* cursor = nullptr;
     EXPECT_EQ(IntegralMat_V_MT(dst.data(), out.data(), 8, 8, 2, 1, &cursor), -998);
     EXPECT_EQ(IntegralMat_V_MT(dst.data(), out.data(), 8, 8, 2, 1, nullptr), -998);
-    EXPECT_EQ(IntegralMat_H_MT(out.data(), src.data(), 8, 8, -2, 1), -998);
+    EXPECT_EQ(IntegralMat_H_MT(out.data(), src.data(), 8, 4, 2, 1), -998);
 }
 
 // ---- BoxFiltering_neon -----------------------------------------------------
@@ -273,14 +317,51 @@ TEST(BoxFiltering, ShortWorkAreaIsRefusedBeforeAnyPass) {
     const int w = 20, h = 16, stride = 32, r = 1;
     const auto src = RandomBytes(static_cast<size_t>(stride) * h, 3);
     const int use = WorkBytes(w, h, stride, r);
+    // Band 4 rows; the last slice starts at scratch row 3 * (4 + 2) = 18 and
+    // its copy reads 5 rows: 23 rows of 32 bytes behind 20 * 16 * 4 of sums.
+    const int touched = w * h * 4 + 23 * stride;
+    ASSERT_EQ(use - touched, 32);
     tocra_test::ClearLog();
-    const Filtered f = RunFilter(src, w, h, stride, r, use - 1);
+    const Filtered f = RunFilter(src, w, h, stride, r, touched - 1);
     EXPECT_EQ(f.status, -998);
     EXPECT_EQ(f.dst, std::vector<uint8_t>(src.size(), 0x5C));
     EXPECT_TRUE(Logged(4, "---[MEM_INFO]---[BoxFiltering_neon][2927] Ap BoxFilter use [" + std::to_string(use) +
-                              "], Total[" + std::to_string(use - 1) + "], left [-1]\n"));
+                              "], Total[" + std::to_string(touched - 1) + "], left [-33]\n"));
     EXPECT_TRUE(Logged(6, "---[MEM_ERR]---[BoxFiltering_neon][2930] Memmory occur an error!\n"));
     EXPECT_FALSE(Logged(4, "exit func BoxFiltering_neon\n"));
+}
+
+// A work area shorter than the reservation but holding every byte the
+// passes touch: the filter runs and reports the shortfall after the fact.
+// The buffer ends exactly where the touched bytes end.
+TEST(BoxFiltering, WorkAreaShorterThanTheReservationIsReportedAfterTheFact) {
+    filter_test::StartPool();
+    for (int h : {13, 16, 21}) {
+        const int w = 21, stride = 24, r = 1;
+        const int use = WorkBytes(w, h, stride, r);
+        const int band = (h + 3) / 4, lastFirst = 3 * band;
+        const int touched = w * h * 4 + (3 * (band + 2 * r) + h - (lastFirst - r)) * stride;
+        ASSERT_LT(touched, use);
+        const auto src = RandomBytes(static_cast<size_t>(stride) * h, h);
+        std::vector<uint8_t> dst(src.size(), 0);
+        std::unique_ptr<uint32_t[]> work(new uint32_t[touched / 4]);
+        tocra_test::ClearLog();
+        int status = -1;
+        tocra_test::CaptureStdout([&] {
+            status = BoxFiltering_neon(src.data(), dst.data(), w, stride, h, r,
+                                       reinterpret_cast<uint8_t*>(work.get()), touched);
+        });
+        ASSERT_EQ(status, 0) << h;
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x)
+                ASSERT_EQ(dst[static_cast<size_t>(y) * stride + x], NaiveBox(src, w, h, stride, r, x, y)) << h;
+        EXPECT_TRUE(Logged(4, "---[MEM_INFO]---[BoxFiltering_neon][2927] Ap BoxFilter use [" + std::to_string(use) +
+                                  "], Total[" + std::to_string(touched) + "], left [" +
+                                  std::to_string(touched - use) + "]\n"));
+        EXPECT_TRUE(Logged(6, "---[MEM_ERR]---[BoxFiltering_neon][2930] Memmory occur an error!\n"));
+        EXPECT_TRUE(Logged(4, "exit func BoxFiltering_neon\n"));
+    }
+    filter_test::StopPool();
 }
 
 TEST(BoxFiltering, BadInputAnswers998WithALogLine) {

@@ -69,17 +69,64 @@ TEST(CumHist, BadInputIsRefused) {
     std::vector<uint32_t> set(1024, 7);
     const uint8_t plane[16] = {};
     tocra_test::ClearLog();
-    EXPECT_EQ(GetCumHist_Neon_MT(plane, 4, 4, 4, 0, set.data()), -998);
+    EXPECT_EQ(GetCumHist_Neon_MT(plane, 4, 4, 4, 0, set.data()), -998);   // the row loop would never end
     EXPECT_EQ(GetCumHist_Neon_MT(plane, 4, 4, 4, -2, set.data()), -998);
     EXPECT_EQ(GetCumHist_Neon_MT(nullptr, 4, 4, 4, 2, set.data()), -998);
-    EXPECT_EQ(GetCumSum_Neon_MT(plane, 4, 4, 3, set.data()), -998);
-    EXPECT_EQ(GetCumSum_Neon_MT(plane, -4, 4, 4, set.data()), -998);
+    EXPECT_EQ(GetCumSum_Neon_MT(plane, 4, 4, 3, set.data()), -998);      // the last row ends past 12 bytes
     EXPECT_EQ(GetCumSum_Neon_MT(plane, 4, 4, 4, nullptr), -998);
-    GetCumSum_NEON(plane, 4, -1, 4, set.data());
     GetCumHist_Neon(plane, 4, 4, 4, 0, set.data());
+    GetCumSum_NEON(plane, 4, 2, -4, set.data());
     EXPECT_EQ(set, std::vector<uint32_t>(1024, 7));
     EXPECT_TRUE(Logged(6, "GetCumHist_Neon_MT invalid input: width[4] rows[4] stride[4] step[0]\n"));
-    EXPECT_EQ(tocra_test::Log().size(), 8u);
+    EXPECT_TRUE(Logged(6, "GetCumSum_NEON invalid input: width[4] rows[2] stride[-4] step[1]\n"));
+    EXPECT_EQ(tocra_test::Log().size(), 7u);
+}
+
+// Nothing to count is no error: the counters are cleared and stay zero,
+// nothing is read (a null plane included) and nothing is logged.
+TEST(CumHist, NothingToCountClearsTheCounters) {
+    tocra_test::ClearLog();
+    std::vector<uint32_t> set(1024, 7);
+    EXPECT_EQ(GetCumSum_Neon_MT(nullptr, -4, 4, 4, set.data()), 0);
+    EXPECT_EQ(set, std::vector<uint32_t>(1024, 0));
+    set.assign(1024, 7);
+    EXPECT_EQ(GetCumHist_Neon_MT(nullptr, 5, 0, 5, 0, set.data()), 0);  // no rows: a zero step walks nothing
+    EXPECT_EQ(set, std::vector<uint32_t>(1024, 0));
+    set.assign(1024, 7);
+    GetCumSum_NEON(nullptr, 4, -1, 4, set.data());
+    GetCumHist_Neon(nullptr, 0, 3, 0, 2, set.data() + 256);
+    EXPECT_EQ(std::vector<uint32_t>(set.begin(), set.begin() + 512), std::vector<uint32_t>(512, 0));
+    EXPECT_EQ(set[512], 7u);
+    EXPECT_TRUE(tocra_test::Log().empty());
+}
+
+// A stride below the width is fine while every sampled byte lies inside
+// the plane's rows * stride bytes: step 2 never reads the odd last column.
+TEST(CumHist, OverlappingRowsAreReadWhileInsideThePlane) {
+    // 3 rows of stride 4, width 5: sampled (0,0) (0,2) (0,4) (2,0) (2,2) (2,4)
+    // = offsets 0, 2, 4, 8, 10, 12 of a 12-byte plane: the last one is past it.
+    std::vector<uint8_t> plane = {10, 0, 20, 0, 30, 0, 0, 0, 40, 0, 50, 0};
+    uint32_t h[256];
+    tocra_test::ClearLog();
+    GetCumHist_Neon(plane.data(), 5, 3, 4, 2, h);
+    EXPECT_EQ(tocra_test::Log().size(), 1u);
+    // Width 4 (columns 0, 2): offsets 0, 2, 8, 10, all inside.
+    GetCumHist_Neon(plane.data(), 4, 3, 4, 2, h);
+    EXPECT_EQ(h[9], 0u);
+    EXPECT_EQ(h[10], 1u);
+    EXPECT_EQ(h[20], 2u);
+    EXPECT_EQ(h[40], 3u);
+    EXPECT_EQ(h[255], 4u);
+    // Width 5, stride 3, 4 rows: columns 0, 2, 4 of rows 0 and 2 = offsets
+    // 0, 2, 4, 6, 8, 10 of a 12-byte plane.
+    GetCumHist_Neon(plane.data(), 5, 4, 3, 2, h);
+    // Values 10, 20, 30 (row 0) and 0, 40, 50 (row 2).
+    EXPECT_EQ(h[0], 1u);
+    EXPECT_EQ(h[10], 2u);
+    EXPECT_EQ(h[30], 4u);
+    EXPECT_EQ(h[49], 5u);
+    EXPECT_EQ(h[255], 6u);
+    EXPECT_EQ(tocra_test::Log().size(), 1u);
 }
 
 std::vector<uint32_t> Cum(std::vector<uint32_t> counts) {
@@ -210,6 +257,29 @@ TEST(FrameBalanceApi, OddBandsSampleTheOddRowsOfBandsOneAndThree) {
     EXPECT_EQ(res.cumB[0], 40u);
 }
 
+// No rows or no columns: nothing to count, which is no error. Both
+// histograms are zero, so every level maps to 0 (ties go to the smallest
+// level); IMF[128] = 0 < 128 gives d(i) = i, D = 253, and the joint is
+// (IMF[253] + IMF[255]) >> 1 = 0.
+TEST(FrameBalanceApi, NothingToCountGivesZeroHistogramsAndJointZero) {
+    std::vector<uint8_t> plane(64, 9);
+    const int sizes[][3] = {{0, 8, 8}, {8, 0, 8}, {-8, 8, 8}, {8, -1, 8}, {8, 8, 7}};
+    for (const auto& s : sizes) {
+        BalanceRequest r(plane, plane, s[0], s[1], s[2]);
+        ASSERT_EQ(r.Run(), 0) << s[0] << "x" << s[1] << " stride " << s[2];
+        const FrameBalanceResult res = r.Result();
+        if (s[2] == 7) {  // 8 x 8 at stride 7: columns 0, 2, 4, 6 of rows 0, 2, 4, 6 stay inside 56 bytes
+            EXPECT_EQ(res.cumA[9], 16u);
+            continue;
+        }
+        EXPECT_EQ(res.cumA[255], 0u);
+        EXPECT_EQ(res.cumB[255], 0u);
+        EXPECT_EQ(res.joint, 0);
+        EXPECT_TRUE(tocra_test::Flushed(r.out.data() + 1, 2052));
+        EXPECT_TRUE(Logged(4, "exit func CalcuFrameBalance_TocraAPI\n"));
+    }
+}
+
 TEST(FrameBalanceApi, EachHandleFailingInTurnAndBadSizes) {
     std::vector<uint8_t> plane(64, 1);
     for (int which = 0; which < 3; ++which) {
@@ -220,7 +290,8 @@ TEST(FrameBalanceApi, EachHandleFailingInTurnAndBadSizes) {
         EXPECT_TRUE(Logged(6, "CalcuFrameBalance Neon Get Pointer Error\n"));
         EXPECT_EQ(r.out, std::vector<uint8_t>(2060, 0xCC));
     }
-    const int sizes[][3] = {{0, 8, 8}, {8, 0, 8}, {-8, 8, 8}, {8, -1, 8}, {8, 8, 7}};
+    // Sampled bytes past 8 rows of 3 bytes; a negative stride.
+    const int sizes[][3] = {{8, 8, 3}, {8, 8, -8}};
     for (const auto& s : sizes) {
         BalanceRequest r(plane, plane, s[0], s[1], s[2]);
         EXPECT_EQ(r.Run(), -998);

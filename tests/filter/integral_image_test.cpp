@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -63,24 +64,73 @@ TEST(IntegralImage, LargeSumsWrapModulo2To32) {
     EXPECT_EQ(static_cast<uint32_t>(dst.back()), want);
 }
 
-TEST(IntegralImage, PlainAndVectorRowsAndColumnsAgree) {
+TEST(IntegralImage, PlainAndVectorRowsAndPlanesAgree) {
     for (int w = 0; w <= 70; ++w) {
         const auto src = tocra_test::RandomBytes(w + 1, 100 + w);
-        std::vector<uint32_t> a(w + 1, 1), b(w + 1, 2);
-        tocra::IntegralRowPrefix_C(a.data(), src.data(), w);
-        tocra::IntegralRowPrefix_Neon(b.data(), src.data(), w);
+        const auto above8 = tocra_test::RandomBytes(4 * (w + 1), 200 + w);
+        std::vector<uint32_t> above(w + 1);
+        memcpy(above.data(), above8.data(), above8.size());
+        std::vector<uint32_t> a(w + 1, 1), b(w + 1, 1);  // the last value is never written
+        // Each row form against its definition, from a start sum near the wrap.
+        const uint32_t start = 0xFFFFF000u;
+        const uint32_t endA = tocra::IntegralRow_C(a.data(), above.data(), src.data(), w, start);
+        uint32_t s = start;
+        for (int x = 0; x < w; ++x) {
+            s += src[x];
+            ASSERT_EQ(a[x], above[x] + s) << w << " at " << x;
+        }
+        ASSERT_EQ(endA, s);
+        std::vector<uint32_t> sums(w + 1, 5), sumsB(w + 1, 5), add(above), addB(above);
+        tocra::IntegralColSumRow_C(sums.data(), src.data(), w);
+        tocra::IntegralAddRow_C(add.data(), a.data(), w);
+        for (int x = 0; x < w; ++x) ASSERT_EQ(sums[x], 5u + src[x]);
+#if !defined(BRIMVEL_PLAIN_ONLY)
+        const uint32_t endB = tocra::IntegralRow_NEON(b.data(), above.data(), src.data(), w, start);
         ASSERT_EQ(a, b) << w;
+        ASSERT_EQ(endA, endB) << w;
+        tocra::IntegralColSumRow_NEON(sumsB.data(), src.data(), w);
+        ASSERT_EQ(sums, sumsB) << w;
+        tocra::IntegralAddRow_NEON(addB.data(), a.data(), w);
+        ASSERT_EQ(add, addB) << w;
+        // In place (out = above), as the row-prefix task uses it.
+        std::vector<uint32_t> c(above), d(above);
+        tocra::IntegralRow_C(c.data(), c.data(), src.data(), w, 0);
+        tocra::IntegralRow_NEON(d.data(), d.data(), src.data(), w, 0);
+        ASSERT_EQ(c, d) << w;
+#endif
     }
-    for (int cols : {1, 15, 16, 17, 31, 33}) {
-        const int rows = 9, pitch = cols + 2;
-        std::vector<uint32_t> a(static_cast<size_t>(pitch) * rows);
-        const auto bytes = tocra_test::RandomBytes(a.size() * 4, cols);
-        memcpy(a.data(), bytes.data(), bytes.size());
-        std::vector<uint32_t> b = a;
-        tocra::IntegralColumns_C(a.data(), pitch, rows, cols);
-        tocra::IntegralColumns_Neon(b.data(), pitch, rows, cols);
-        ASSERT_EQ(a, b) << cols;
+    // Whole planes, bands of every shape, with and without the pool.
+    for (bool pool : {false, true}) {
+        if (pool) filter_test::StartPool();
+        for (int h : {1, 3, 4, 7, 9, 33}) {
+            for (int w : {0, 1, 15, 16, 17, 47}) {
+                const int stride = w + 1;
+                const auto src = tocra_test::RandomBytes(static_cast<size_t>(stride) * h, h * 7 + w);
+                std::vector<uint32_t> a(static_cast<size_t>(w + 1) * (h + 1), 3), b(a.size(), 4);
+                tocra::IntegralPlane(src.data(), a.data(), w, h, stride, true);
+                tocra::IntegralPlane(src.data(), b.data(), w, h, stride, false);
+                ASSERT_EQ(a, b) << w << "x" << h;
+                const auto want = NaiveIntegral(src, w, h, stride);
+                ASSERT_EQ(0, memcmp(a.data(), want.data(), a.size() * 4)) << w << "x" << h;
+            }
+        }
+        if (pool) filter_test::StopPool();
     }
+}
+
+// The exported task bodies on their own: row prefixes (column 0 zero), then
+// the column pass on the calling thread.
+TEST(IntegralImage, ExportedTaskBodiesBuildTheSameTable) {
+    const int w = 19, h = 10, stride = 24;
+    const auto src = tocra_test::RandomBytes(static_cast<size_t>(stride) * h, 5);
+    std::vector<int32_t> dst(static_cast<size_t>(w + 1) * (h + 1), 77);
+    std::fill(dst.begin(), dst.begin() + w + 1, 0);
+    IntegralJob job{dst.data() + w + 1, src.data(), w + 1, stride, h + 1, 4};
+    for (int k = 0; k < 4; ++k) IntegralMat_partH_Caller(&job, k);
+    EXPECT_EQ(dst[static_cast<size_t>(3) * (w + 1)], 0);
+    EXPECT_EQ(dst[static_cast<size_t>(3) * (w + 1) + 2], src[2 * stride] + src[2 * stride + 1]);
+    IntegralMat_partV_Caller(dst.data() + w + 1, w + 1, h + 1);
+    EXPECT_EQ(dst, NaiveIntegral(src, w, h, stride));
 }
 
 TEST(IntegralImage, BadInputIsRefusedWithALogLine) {
@@ -95,6 +145,12 @@ TEST(IntegralImage, BadInputIsRefusedWithALogLine) {
     EXPECT_EQ(dst, std::vector<int32_t>(16, 5));
     EXPECT_TRUE(tocra_test::Logged(6, "IntergralMat_MT invalid input: width[3] height[3] stride[2]\n"));
     EXPECT_EQ(tocra_test::Log().size(), 5u);
+    // Width 0 reads no source byte: a null source is fine there.
+    tocra_test::ClearLog();
+    IntergralMat_MT(nullptr, dst.data(), 0, 3, 7);
+    EXPECT_EQ(std::vector<int32_t>(dst.begin(), dst.begin() + 4), std::vector<int32_t>(4, 0));
+    EXPECT_EQ(dst[4], 5);
+    EXPECT_TRUE(tocra_test::Log().empty());
 }
 
 }  // namespace
