@@ -25,16 +25,12 @@ void GetCumSum_C(const uint8_t* plane, int width, int rows, int stride, uint32_t
 
 // x2 down-scale by a rounded 2x2 mean. An odd row count's last pair reads
 // the row after `rows`; an odd width's last block reads the byte at column
-// `width`. srcEnd, when set, is one past the last source byte that may be
-// read: a bottom-row byte at column `width` at or past it is replaced by
-// the byte to its left.
-void DownScaleX4_C(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
-                   const uint8_t* srcEnd = nullptr);
-void DownScaleX4_Neon(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
-                      const uint8_t* srcEnd = nullptr);
+// `width`.
+void DownScaleX4_C(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride);
+void DownScaleX4_Neon(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride);
 // Four bands of height / 4 source rows on the pool (see DownScaleX4_Neon_MT).
-int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride,
-                   const uint8_t* srcEnd);
+// Output rows are cut at dstStride.
+int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride);
 
 // x2 up-scale: the interior destination rows 2y+1 and 2y+2 of the source
 // row pairs y = first .. first+pairs-1, every column but the first and last.
@@ -67,21 +63,20 @@ enum class RowAfter {
 
 // One band of `rows` rows with its 2x2-block histograms (B, G, R; cleared
 // first, running sums at the end). An odd width's last step converts column
-// `width` as well; with uvEnd set (one past the last readable chroma byte),
-// such a pixel whose chroma pair would reach it is not converted: the pixel
-// to its left stands in for it in the block. A band that keeps to its own rows
-// (kRead, kRepeat) never writes past its last row.
-void Yuv2RgbBand_C(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
-                   const uint8_t* uvEnd = nullptr);
-void Yuv2RgbBand_Neon(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
-                      const uint8_t* uvEnd = nullptr);
+// `width` as well. A band that keeps to its own rows (kRead, kRepeat) never
+// writes past its last row.
+void Yuv2RgbBand_C(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after);
+void Yuv2RgbBand_Neon(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after);
 // True for the sizes the conversion refuses: width and row count both odd.
 bool Yuv2RgbRefused(int width, int rows);
 // Four bands of height / 4 rows on the pool, each through the size check,
 // into set + 768 k. Bands 0..2 leave the next band's first row to it (kRead)
-// unless that band refuses its rows; the last band does `lastAfter`.
+// unless that band refuses its rows; the last band does `lastAfter`, and is
+// refused with kLastBandPastFrame when `refuseLast` is set.
 int Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
-                     const uint8_t* uvEnd);
+                     bool refuseLast);
+// The line of a last band whose chroma would be read past the frame.
+extern const char kLastBandPastFrame[];
 
 }  // namespace tocra
 

@@ -42,13 +42,6 @@ inline void CountBlock(uint32_t* hist, Bgr p, Bgr q, Bgr s, Bgr t) {
     ++hist[512 + ((p.r + q.r + s.r + t.r + 2) >> 2)];
 }
 
-// Whether the chroma pair of pixel x lies before uvEnd (always, when unset).
-// Asked for an odd width's column `width` only: every other pair lies
-// inside the caller's rows.
-inline bool PairReadable(const uint8_t* uvRow, int x, const uint8_t* uvEnd) {
-    return uvEnd == nullptr || uvEnd - uvRow > 2 * x + 1;
-}
-
 // One row pair of a band, as the band function sets it up.
 struct PairRows {
     const uint8_t* y0;
@@ -63,23 +56,18 @@ struct PairRows {
 
 // Scalar columns from x0 on, two pixels at a time: writes both rows (the
 // second when it is the band's) and counts the blocks. An odd width's last
-// step converts column `width` too. Only where that pixel's chroma pair
-// would reach uvEnd does the pixel before it stand in (in the block only).
-void PairTail(const tocra::RgbPlanes& p, const PairRows& pr, uint32_t* hist, int x0, int width,
-              const uint8_t* uvEnd) {
+// step converts column `width` too.
+void PairTail(const tocra::RgbPlanes& p, const PairRows& pr, uint32_t* hist, int x0, int width) {
     for (int x = x0; x < width; x += 2) {
         const bool inside = x + 1 < width;
-        const bool in0 = inside || PairReadable(pr.uv0, x + 1, uvEnd);
-        const bool in1 = inside || PairReadable(pr.uv1, x + 1, uvEnd);
         const Bgr a = ConvertAt(pr.y0, pr.uv0, x), c = ConvertAt(pr.y1, pr.uv1, x);
-        const Bgr b = in0 ? ConvertAt(pr.y0, pr.uv0, x + 1) : a;
-        const Bgr d = in1 ? ConvertAt(pr.y1, pr.uv1, x + 1) : c;
+        const Bgr b = ConvertAt(pr.y0, pr.uv0, x + 1), d = ConvertAt(pr.y1, pr.uv1, x + 1);
         const size_t o0 = pr.o0 + static_cast<size_t>(x), o1 = pr.o1 + static_cast<size_t>(x);
         p.b[o0] = a.b, p.g[o0] = a.g, p.r[o0] = a.r;
-        if (in0 && (inside || pr.lastCol0)) p.b[o0 + 1] = b.b, p.g[o0 + 1] = b.g, p.r[o0 + 1] = b.r;
+        if (inside || pr.lastCol0) p.b[o0 + 1] = b.b, p.g[o0 + 1] = b.g, p.r[o0 + 1] = b.r;
         if (pr.writeSecond) {
             p.b[o1] = c.b, p.g[o1] = c.g, p.r[o1] = c.r;
-            if (in1 && (inside || pr.lastCol1)) p.b[o1 + 1] = d.b, p.g[o1 + 1] = d.g, p.r[o1 + 1] = d.r;
+            if (inside || pr.lastCol1) p.b[o1 + 1] = d.b, p.g[o1 + 1] = d.g, p.r[o1 + 1] = d.r;
         }
         CountBlock(hist, a, b, c, d);
     }
@@ -147,19 +135,17 @@ inline uint8x8_t BlockMeans(uint8x16_t top, uint8x16_t bottom) {
 
 namespace tocra {
 
-void Yuv2RgbBand_C(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
-                   const uint8_t* uvEnd) {
+void Yuv2RgbBand_C(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after) {
     memset(hist, 0, 3 * 256 * sizeof(uint32_t));
     for (int rr = 0; rr < rows; rr += 2) {
-        PairTail(p, SetUpPair(p, rr, rows, width, after), hist, 0, width, uvEnd);
+        PairTail(p, SetUpPair(p, rr, rows, width, after), hist, 0, width);
     }
     RunningSums(hist, 3);
 }
 
 // Sixteen pixels per step on two rows at once; the width mod 16 columns
 // go through the scalar path two pixels at a time.
-void Yuv2RgbBand_Neon(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
-                      const uint8_t* uvEnd) {
+void Yuv2RgbBand_Neon(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after) {
     memset(hist, 0, 3 * 256 * sizeof(uint32_t));
     uint8_t means[3][8];
     for (int rr = 0; rr < rows; rr += 2) {
@@ -185,7 +171,7 @@ void Yuv2RgbBand_Neon(const RgbPlanes& p, uint32_t* hist, int width, int rows, R
                 ++hist[512 + means[2][i]];
             }
         }
-        PairTail(p, pr, hist, x, width, uvEnd);
+        PairTail(p, pr, hist, x, width);
     }
     RunningSums(hist, 3);
 }
@@ -232,7 +218,7 @@ extern "C" void YUV2RGB_LUTX4_NEON(const uint8_t* y, const uint8_t* uv, uint8_t*
     if (BothOdd(width, rows)) return;
     if (!RgbArgsOk("YUV2RGB_LUTX4_NEON", y, uv, b, g, r, hist, width, rows, stride, uvStride)) return;
     tocra::Yuv2RgbBand_Neon(tocra::RgbPlanes{y, uv, b, g, r, stride, uvStride}, hist, width, rows,
-                            tocra::RowAfter::kReadWrite, nullptr);
+                            tocra::RowAfter::kReadWrite);
 }
 
 namespace {
@@ -243,7 +229,7 @@ struct RgbJob {
     int width;
     int height;
     tocra::RowAfter lastAfter;  // what the last band does with the row after the plane
-    const uint8_t* uvEnd;
+    bool refuseLast;            // the last band's reads would leave the frame
 };
 
 // Band k of floor(height / 4) rows (the last takes the rest) into its own
@@ -258,6 +244,10 @@ void RgbBand(void* arg, int index) {
     const RgbJob* job = static_cast<const RgbJob*>(arg);
     const tocra::Band band = tocra::QuarterBand(job->height, index);
     if (BothOdd(job->width, band.rows)) return;
+    if (index == tocra::kBandTasks - 1 && job->refuseLast) {
+        TOCRA_LOGE("%s", tocra::kLastBandPastFrame);
+        return;
+    }
     const tocra::RgbPlanes& p = job->planes;
     const size_t o = RowOffset(band.first, p.stride);
     const tocra::RgbPlanes bp{p.y + o, p.uv + RowOffset(band.first, p.uvStride), p.b + o, p.g + o, p.r + o,
@@ -267,14 +257,16 @@ void RgbBand(void* arg, int index) {
         const bool nextWrites = !tocra::Yuv2RgbRefused(job->width, tocra::QuarterBand(job->height, index + 1).rows);
         after = nextWrites ? tocra::RowAfter::kRead : tocra::RowAfter::kReadWrite;
     }
-    tocra::Yuv2RgbBand_Neon(bp, job->hist + 768 * index, job->width, band.rows, after, job->uvEnd);
+    tocra::Yuv2RgbBand_Neon(bp, job->hist + 768 * index, job->width, band.rows, after);
 }
 
 }  // namespace
 
+const char tocra::kLastBandPastFrame[] = "DownScaleYuv2RgbHist_Neon last colour band refused: its chroma lies past the frame.\n";
+
 int tocra::Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
-                            const uint8_t* uvEnd) {
-    RgbJob job{p, set, width, height, lastAfter, uvEnd};
+                            bool refuseLast) {
+    RgbJob job{p, set, width, height, lastAfter, refuseLast};
     return RunFourBands(RgbBand, &job);
 }
 
@@ -286,5 +278,5 @@ extern "C" int YUV2RGB_LUTX4_NEON_MT(const uint8_t* y, const uint8_t* uv, uint8_
         return TOCRA_NULL_POINTER;
     }
     return tocra::Yuv2RgbFourBands(tocra::RgbPlanes{y, uv, b, g, r, stride, uvStride}, hist, width, height,
-                                   tocra::RowAfter::kReadWrite, nullptr);
+                                   tocra::RowAfter::kReadWrite, false);
 }
