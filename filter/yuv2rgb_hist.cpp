@@ -11,11 +11,9 @@
 #include "filter/bands.h"
 #include "filter/filter_kernels.h"
 #include "frame/log.h"
-#include "frame/neon.h"
+#include "frame/numeric.h"
 
 namespace {
-
-inline uint8_t Clamp8(int v) { return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v)); }
 
 struct Bgr {
     uint8_t b, g, r;
@@ -23,7 +21,7 @@ struct Bgr {
 
 inline Bgr Convert(int y, int u8, int v8) {
     const int u = u8 - 128, v = v8 - 128, y64 = 64 * y + 32;
-    return Bgr{Clamp8((y64 + 113 * u) >> 6), Clamp8((y64 - 22 * u - 46 * v) >> 6), Clamp8((y64 + 90 * v) >> 6)};
+    return Bgr{tocra::ClampToByte((y64 + 113 * u) >> 6), tocra::ClampToByte((y64 - 22 * u - 46 * v) >> 6), tocra::ClampToByte((y64 + 90 * v) >> 6)};
 }
 
 inline Bgr ConvertAt(const uint8_t* y, const uint8_t* uv, int x) { return Convert(y[x], uv[2 * x], uv[2 * x + 1]); }
@@ -42,23 +40,43 @@ inline void CountBlock(uint32_t* hist, Bgr p, Bgr q, Bgr s, Bgr t) {
     ++hist[512 + ((p.r + q.r + s.r + t.r + 2) >> 2)];
 }
 
-// One row pair of a band, as the band function sets it up.
-struct PairRows {
-    const uint8_t* y0;
-    const uint8_t* uv0;
-    const uint8_t* y1;
-    const uint8_t* uv1;
-    size_t o0, o1;      // output offsets of the two rows
-    bool writeSecond;   // the second row is the band's to write
-    bool lastCol0;      // column `width` (odd width) of the first row is the band's to write
-    bool lastCol1;      // the same for the second row
-};
+#if defined(BRIMVEL_PLAIN_ONLY)
+constexpr tocra::Yuv2RgbRowFn kYuv2RgbRow = tocra::Yuv2RgbRow_C;
+#else
+constexpr tocra::Yuv2RgbRowFn kYuv2RgbRow = tocra::Yuv2RgbRow_NEON;
+#endif
 
-// Scalar columns from x0 on, two pixels at a time: writes both rows (the
-// second when it is the band's) and counts the blocks. An odd width's last
-// step converts column `width` too.
-void PairTail(const tocra::RgbPlanes& p, const PairRows& pr, uint32_t* hist, int x0, int width) {
-    for (int x = x0; x < width; x += 2) {
+// Sets up the row pair starting at band row rr. An odd row count's last
+// pair takes the row after the band as its second row (kReadWrite writes
+// it, kRead only reads it) or, with kRepeat, its own row again. A band that
+// keeps to its own rows (kRead, kRepeat) leaves column `width` of its last
+// row alone when the stride puts that byte in the next row.
+tocra::RgbPair SetUpPair(const tocra::RgbPlanes& p, int rr, int rows, int width, tocra::RowAfter after) {
+    const bool last = rr + 1 == rows;
+    const int r2 = last && after == tocra::RowAfter::kRepeat ? rr : rr + 1;
+    tocra::RgbPair pr;
+    pr.o0 = tocra::RowOffset(rr, p.stride);
+    pr.o1 = tocra::RowOffset(r2, p.stride);
+    pr.y0 = p.y + pr.o0;
+    pr.y1 = p.y + pr.o1;
+    pr.uv0 = p.uv + tocra::RowOffset(rr, p.uvStride);
+    pr.uv1 = p.uv + tocra::RowOffset(r2, p.uvStride);
+    const bool ownRowsOnly = after != tocra::RowAfter::kReadWrite;
+    pr.writeSecond = !last || !ownRowsOnly;
+    pr.lastCol0 = !ownRowsOnly || rr + 1 < rows || width < p.stride;
+    pr.lastCol1 = !ownRowsOnly || r2 + 1 < rows || width < p.stride;
+    return pr;
+}
+
+}  // namespace
+
+namespace tocra {
+
+// Two pixels at a time on both rows: writes both rows (the second when it
+// is the band's) and counts the blocks. An odd width's last step converts
+// column `width` too.
+void Yuv2RgbRow_C(const RgbPlanes& p, const RgbPair& pr, uint32_t* hist, int width) {
+    for (int x = 0; x < width; x += 2) {
         const bool inside = x + 1 < width;
         const Bgr a = ConvertAt(pr.y0, pr.uv0, x), c = ConvertAt(pr.y1, pr.uv1, x);
         const Bgr b = ConvertAt(pr.y0, pr.uv0, x + 1), d = ConvertAt(pr.y1, pr.uv1, x + 1);
@@ -73,106 +91,16 @@ void PairTail(const tocra::RgbPlanes& p, const PairRows& pr, uint32_t* hist, int
     }
 }
 
-// Sets up the row pair starting at band row rr. An odd row count's last
-// pair takes the row after the band as its second row (kReadWrite writes
-// it, kRead only reads it) or, with kRepeat, its own row again. A band that
-// keeps to its own rows (kRead, kRepeat) leaves column `width` of its last
-// row alone when the stride puts that byte in the next row.
-PairRows SetUpPair(const tocra::RgbPlanes& p, int rr, int rows, int width, tocra::RowAfter after) {
-    const bool last = rr + 1 == rows;
-    const int r2 = last && after == tocra::RowAfter::kRepeat ? rr : rr + 1;
-    PairRows pr;
-    pr.o0 = tocra::RowOffset(rr, p.stride);
-    pr.o1 = tocra::RowOffset(r2, p.stride);
-    pr.y0 = p.y + pr.o0;
-    pr.y1 = p.y + pr.o1;
-    pr.uv0 = p.uv + tocra::RowOffset(rr, p.uvStride);
-    pr.uv1 = p.uv + tocra::RowOffset(r2, p.uvStride);
-    const bool ownRowsOnly = after != tocra::RowAfter::kReadWrite;
-    pr.writeSecond = !last || !ownRowsOnly;
-    pr.lastCol0 = !ownRowsOnly || rr + 1 < rows || width < p.stride;
-    pr.lastCol1 = !ownRowsOnly || r2 + 1 < rows || width < p.stride;
-    return pr;
+RgbPair AdvancePair(const RgbPair& pr, int x) {
+    RgbPair q = pr;
+    q.y0 += x, q.y1 += x, q.uv0 += 2 * x, q.uv1 += 2 * x;
+    q.o0 += static_cast<size_t>(x), q.o1 += static_cast<size_t>(x);
+    return q;
 }
 
-struct Bgr16 {
-    uint8x16_t b, g, r;
-};
-
-// Sixteen pixels: bytes are widened by interleaving with zero, the three
-// sums are formed in 16-bit lanes, and each pair of halves is narrowed
-// with saturation to 0..255.
-inline Bgr16 Convert16(const uint8_t* y, const uint8_t* uv) {
-    const uint8x16_t zero = vdupq_n_u8(0);
-    const uint8x16x2_t yw = vzipq_u8(vld1q_u8(y), zero);
-    const uint8x16x2_t c = vld2q_u8(uv);
-    const uint8x16x2_t uw = vzipq_u8(c.val[0], zero), vw = vzipq_u8(c.val[1], zero);
-    const int16x8_t k128 = vdupq_n_s16(128);
-    const int16x8_t bias = vdupq_n_s16(32);
-    Bgr16 out;
-    int16x8_t b[2], g[2], r[2];
-    for (int h = 0; h < 2; ++h) {
-        const int16x8_t y64 = vaddq_s16(vshlq_n_s16(vreinterpretq_s16_u8(yw.val[h]), 6), bias);
-        const int16x8_t u = vsubq_s16(vreinterpretq_s16_u8(uw.val[h]), k128);
-        const int16x8_t v = vsubq_s16(vreinterpretq_s16_u8(vw.val[h]), k128);
-        b[h] = vshrq_n_s16(vmlaq_n_s16(y64, u, 113), 6);
-        g[h] = vshrq_n_s16(vmlsq_n_s16(vmlsq_n_s16(y64, u, 22), v, 46), 6);
-        r[h] = vshrq_n_s16(vmlaq_n_s16(y64, v, 90), 6);
-    }
-    out.b = vcombine_u8(vqmovun_s16(b[0]), vqmovun_s16(b[1]));
-    out.g = vcombine_u8(vqmovun_s16(g[0]), vqmovun_s16(g[1]));
-    out.r = vcombine_u8(vqmovun_s16(r[0]), vqmovun_s16(r[1]));
-    return out;
-}
-
-// Rounded means of eight 2x2 blocks; the sums are at most 1020, so the
-// rounding 2 is added in 16 bits before a plain narrowing shift.
-inline uint8x8_t BlockMeans(uint8x16_t top, uint8x16_t bottom) {
-    return vshrn_n_u16(vaddq_u16(vaddq_u16(vpaddlq_u8(top), vpaddlq_u8(bottom)), vdupq_n_u16(2)), 2);
-}
-
-}  // namespace
-
-namespace tocra {
-
-void Yuv2RgbBand_C(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after) {
+void Yuv2RgbBand(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after, Yuv2RgbRowFn row) {
     memset(hist, 0, 3 * 256 * sizeof(uint32_t));
-    for (int rr = 0; rr < rows; rr += 2) {
-        PairTail(p, SetUpPair(p, rr, rows, width, after), hist, 0, width);
-    }
-    RunningSums(hist, 3);
-}
-
-// Sixteen pixels per step on two rows at once; the width mod 16 columns
-// go through the scalar path two pixels at a time.
-void Yuv2RgbBand_Neon(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after) {
-    memset(hist, 0, 3 * 256 * sizeof(uint32_t));
-    uint8_t means[3][8];
-    for (int rr = 0; rr < rows; rr += 2) {
-        const PairRows pr = SetUpPair(p, rr, rows, width, after);
-        int x = 0;
-        for (; x + 16 <= width; x += 16) {
-            const Bgr16 top = Convert16(pr.y0 + x, pr.uv0 + 2 * x);
-            const Bgr16 bottom = Convert16(pr.y1 + x, pr.uv1 + 2 * x);
-            vst1q_u8(p.b + pr.o0 + x, top.b);
-            vst1q_u8(p.g + pr.o0 + x, top.g);
-            vst1q_u8(p.r + pr.o0 + x, top.r);
-            if (pr.writeSecond) {
-                vst1q_u8(p.b + pr.o1 + x, bottom.b);
-                vst1q_u8(p.g + pr.o1 + x, bottom.g);
-                vst1q_u8(p.r + pr.o1 + x, bottom.r);
-            }
-            vst1_u8(means[0], BlockMeans(top.b, bottom.b));
-            vst1_u8(means[1], BlockMeans(top.g, bottom.g));
-            vst1_u8(means[2], BlockMeans(top.r, bottom.r));
-            for (int i = 0; i < 8; ++i) {
-                ++hist[means[0][i]];
-                ++hist[256 + means[1][i]];
-                ++hist[512 + means[2][i]];
-            }
-        }
-        PairTail(p, pr, hist, x, width);
-    }
+    for (int rr = 0; rr < rows; rr += 2) row(p, SetUpPair(p, rr, rows, width, after), hist, width);
     RunningSums(hist, 3);
 }
 
@@ -217,8 +145,8 @@ extern "C" void YUV2RGB_LUTX4_NEON(const uint8_t* y, const uint8_t* uv, uint8_t*
                                    uint32_t* hist, int width, int rows, int stride, int uvStride) {
     if (BothOdd(width, rows)) return;
     if (!RgbArgsOk("YUV2RGB_LUTX4_NEON", y, uv, b, g, r, hist, width, rows, stride, uvStride)) return;
-    tocra::Yuv2RgbBand_Neon(tocra::RgbPlanes{y, uv, b, g, r, stride, uvStride}, hist, width, rows,
-                            tocra::RowAfter::kReadWrite);
+    tocra::Yuv2RgbBand(tocra::RgbPlanes{y, uv, b, g, r, stride, uvStride}, hist, width, rows,
+                       tocra::RowAfter::kReadWrite, kYuv2RgbRow);
 }
 
 namespace {
@@ -230,6 +158,7 @@ struct RgbJob {
     int height;
     tocra::RowAfter lastAfter;  // what the last band does with the row after the plane
     bool refuseLast;            // the last band's reads would leave the frame
+    tocra::Yuv2RgbRowFn row;
 };
 
 // Band k of floor(height / 4) rows (the last takes the rest) into its own
@@ -257,7 +186,7 @@ void RgbBand(void* arg, int index) {
         const bool nextWrites = !tocra::Yuv2RgbRefused(job->width, tocra::QuarterBand(job->height, index + 1).rows);
         after = nextWrites ? tocra::RowAfter::kRead : tocra::RowAfter::kReadWrite;
     }
-    tocra::Yuv2RgbBand_Neon(bp, job->hist + 768 * index, job->width, band.rows, after);
+    tocra::Yuv2RgbBand(bp, job->hist + 768 * index, job->width, band.rows, after, job->row);
 }
 
 }  // namespace
@@ -265,9 +194,14 @@ void RgbBand(void* arg, int index) {
 const char tocra::kLastBandPastFrame[] = "DownScaleYuv2RgbHist_Neon last colour band refused: its chroma lies past the frame.\n";
 
 int tocra::Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
-                            bool refuseLast) {
-    RgbJob job{p, set, width, height, lastAfter, refuseLast};
+                            bool refuseLast, Yuv2RgbRowFn row) {
+    RgbJob job{p, set, width, height, lastAfter, refuseLast, row};
     return RunFourBands(RgbBand, &job);
+}
+
+int tocra::Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
+                            bool refuseLast) {
+    return Yuv2RgbFourBands(p, set, width, height, lastAfter, refuseLast, kYuv2RgbRow);
 }
 
 // hist: 4 x 3 x 256 counters, one set per band. The last band, with an odd

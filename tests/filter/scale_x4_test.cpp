@@ -20,7 +20,7 @@ TEST(DownScale, PlainAndVectorAgreeOnEveryTailAndOddSize) {
                 // Room for the row after an odd row count and the byte after an odd width.
                 const auto src = RandomBytes(static_cast<size_t>(srcStride) * (rows + 1) + 1, w * 17 + rows + pad);
                 std::vector<uint8_t> a(static_cast<size_t>(dstStride) * ((rows + 1) / 2), 0x11), b = a;
-                tocra::DownScaleX4_C(src.data(), rows, w, a.data(), srcStride, dstStride);
+                tocra::DownScalePlane(src.data(), rows, w, a.data(), srcStride, dstStride, tocra::DownScaleRow_C);
                 Neon_DownScaleX4(src.data(), rows, w, b.data(), srcStride, dstStride);
                 ASSERT_EQ(a, b) << w << "x" << rows << " pad " << pad;
             }
@@ -119,7 +119,7 @@ TEST(DownScale, BandsMatchTheWholePlaneAndOddBandsHaveOneWriterPerRow) {
         const int w = 37, srcStride = 40, dstStride = 24;
         const auto src = RandomBytes(static_cast<size_t>(srcStride) * (h + 1), h);
         std::vector<uint8_t> a(static_cast<size_t>(dstStride) * h, 0), b = a;
-        tocra::DownScaleX4_C(src.data(), h, w, a.data(), srcStride, dstStride);
+        tocra::DownScalePlane(src.data(), h, w, a.data(), srcStride, dstStride, tocra::DownScaleRow_C);
         ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), b.data(), h, w, srcStride, dstStride), 0);
         ASSERT_EQ(a, b) << h;
     }
@@ -134,7 +134,7 @@ TEST(DownScale, BandsMatchTheWholePlaneAndOddBandsHaveOneWriterPerRow) {
         memcpy(two.data(), &src[pairs[r][0] * w], w);
         memcpy(two.data() + w, &src[pairs[r][1] * w], w);
         uint8_t want[8];
-        tocra::DownScaleX4_C(two.data(), 2, w, want, w, 8);
+        tocra::DownScalePlane(two.data(), 2, w, want, w, 8, tocra::DownScaleRow_C);
         EXPECT_EQ(0, memcmp(want, &dst[r * 8], 8)) << r;
     }
     EXPECT_EQ(dst[5 * 8], 0xAB);
@@ -182,9 +182,11 @@ TEST(UpScale, PlainAndVectorPairsAgree) {
         const int ss = w + 2, ds = 2 * w + 5, h = 4;
         const auto src = RandomBytes(static_cast<size_t>(ss) * h, w);
         std::vector<uint8_t> a(static_cast<size_t>(ds) * 2 * h, 0x33), b = a;
-        tocra::UpScalePairs_C(src.data(), 0, h - 1, w, ss, a.data(), ds);
-        tocra::UpScalePairs_Neon(src.data(), 0, h - 1, w, ss, b.data(), ds);
+        tocra::UpScalePairs(src.data(), 0, h - 1, w, ss, a.data(), ds, tocra::UpScaleRow_C);
+#if !defined(BRIMVEL_PLAIN_ONLY)
+        tocra::UpScalePairs(src.data(), 0, h - 1, w, ss, b.data(), ds, tocra::UpScaleRow_NEON);
         ASSERT_EQ(a, b) << w;
+#endif
     }
 }
 
@@ -243,7 +245,7 @@ TEST(UpScaleError, PlainVectorAndBandsAgree) {
             const auto a = RandomBytes(static_cast<size_t>(stride) * h, w);
             auto b = RandomBytes(static_cast<size_t>(stride) * h, w + 1000);
             std::vector<int8_t> x(a.size(), 5), y(a.size(), 5);
-            tocra::UpScaleError_C(a.data(), b.data(), x.data(), w, h, stride);
+            tocra::UpScaleErrorPlane(a.data(), b.data(), x.data(), w, h, stride, tocra::UpScaleErrorRow_C);
             ASSERT_EQ(UpScaleError_Neon_MT(a.data(), b.data(), y.data(), w, h, stride), 0);
             ASSERT_EQ(x, y);
             ASSERT_EQ(UpScaleError_Neon_MT(a.data(), b.data(), reinterpret_cast<int8_t*>(b.data()), w, h, stride), 0);

@@ -79,12 +79,18 @@ TEST(Yuv2Rgb, PlainAndVectorBandsAgree) {
                     {
                         std::vector<uint8_t> out1(plane * 3, 0x77), out2 = out1;
                         std::vector<uint32_t> h1(768, 1), h2(768, 2);
-                        tocra::Yuv2RgbBand_C({y.data(), uv.data(), &out1[0], &out1[plane], &out1[2 * plane], stride,
-                                              uvStride},
-                                             h1.data(), w, rows, after);
-                        tocra::Yuv2RgbBand_Neon({y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane],
-                                                 stride, uvStride},
-                                                h2.data(), w, rows, after);
+                        tocra::Yuv2RgbBand({y.data(), uv.data(), &out1[0], &out1[plane], &out1[2 * plane], stride,
+                                            uvStride},
+                                           h1.data(), w, rows, after, tocra::Yuv2RgbRow_C);
+#if defined(BRIMVEL_PLAIN_ONLY)
+                        tocra::Yuv2RgbBand({y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane], stride,
+                                            uvStride},
+                                           h2.data(), w, rows, after, tocra::Yuv2RgbRow_C);
+#else
+                        tocra::Yuv2RgbBand({y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane], stride,
+                                            uvStride},
+                                           h2.data(), w, rows, after, tocra::Yuv2RgbRow_NEON);
+#endif
                         ASSERT_EQ(out1, out2) << w << "x" << rows << " tight " << tight;
                         ASSERT_EQ(h1, h2) << w << "x" << rows << " tight " << tight;
                         if (after != RowAfter::kReadWrite) {
@@ -329,7 +335,7 @@ TEST(YuvHistApi, ResultLayoutRegionByRegion) {
     const std::vector<uint8_t>& d = q.dest;
 
     std::vector<uint8_t> half(S, 0);
-    tocra::DownScaleX4_C(q.frame.data(), h, w, half.data(), stride, s2);
+    tocra::DownScalePlane(q.frame.data(), h, w, half.data(), stride, s2, tocra::DownScaleRow_C);
     for (int y = 0; y < h2; ++y) ASSERT_EQ(0, memcmp(&half[y * s2], &d[y * s2], w2)) << "luma row " << y;
 
     // R, G, B planes from the half-size luma and the frame's chroma rows.
