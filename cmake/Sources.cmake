@@ -40,13 +40,17 @@ brimvel_sources(BRIMVEL_FILTER_SOURCES
   filter/cum_hist.cpp
   filter/cum_hist_neon.cpp
   filter/downscale_x4.cpp
+  filter/downscale_x4_neon.cpp
   filter/face_map.cpp
   filter/frame_balance.cpp
   filter/integral_image.cpp
   filter/integral_image_neon.cpp
   filter/upscale_error.cpp
+  filter/upscale_error_neon.cpp
   filter/upscale_x4.cpp
+  filter/upscale_x4_neon.cpp
   filter/yuv2rgb_hist.cpp
+  filter/yuv2rgb_hist_neon.cpp
   filter/yuv_hist_api.cpp
 )
 brimvel_sources(BRIMVEL_REGISTRATION_SOURCES

@@ -12,34 +12,31 @@
 #include "filter/bands.h"
 #include "filter/filter_kernels.h"
 #include "frame/log.h"
-#include "frame/neon.h"
 
 namespace {
 
+#if defined(BRIMVEL_PLAIN_ONLY)
+constexpr tocra::DownScaleRowFn kDownScaleRow = tocra::DownScaleRow_C;
+#else
+constexpr tocra::DownScaleRowFn kDownScaleRow = tocra::DownScaleRow_NEON;
+#endif
+
 // Output columns of a row: one per source column pair, at most dstStride.
-// An output row is never written past its stride: with ceil(width / 2)
-// above dstStride the extra bytes would land in the next output row (which
-// its own pair writes again) or past the plane's last row.
+// The exported kernels refuse a dstStride below (width + 1) / 2; the frame
+// statistics (whose half-size stride can equal width / 2 with an odd width)
+// cut the row there: the byte past it is the next output row's first, which
+// that row's pair writes again (from another band, at the same time), or,
+// after the last row, the R plane's first byte, which the colour conversion
+// writes afterwards.
 int OutColumns(int width, int dstStride) {
     const int cols = (width + 1) / 2;
     return cols < dstStride ? cols : dstStride;
 }
 
-// The block at source column x of the rows r0 (top) and r1 (bottom). When
-// srcEnd is set (one past the last source byte that may be read; it lies
-// past the first `width` bytes of every row read), the bottom row's byte at
-// column x + 1 may be at or past it: only the byte at column `width` of the
-// row after a frame's last row can be. It is then replaced by its left
-// neighbour, the last pixel of that row.
-inline uint8_t Block(const uint8_t* r0, const uint8_t* r1, int x, const uint8_t* srcEnd) {
-    const int d = srcEnd == nullptr || srcEnd - r1 > x + 1 ? r1[x + 1] : r1[x];
-    return static_cast<uint8_t>((r0[x] + r0[x + 1] + r1[x] + d + 2) >> 2);
-}
-
 bool DownArgsOk(const char* name, const uint8_t* src, int rows, int width, const uint8_t* dst, int srcStride,
                 int dstStride) {
     if (rows < 0 || width < 0 || (rows > 0 && width > 0 && (src == nullptr || dst == nullptr ||
-                                                            srcStride < width || dstStride <= 0))) {
+                                                            srcStride < width || dstStride < (width + 1) / 2))) {
         TOCRA_LOGE("%s invalid input: width[%d] rows[%d] srcStride[%d] dstStride[%d]\n", name, width, rows,
                    srcStride, dstStride);
         return false;
@@ -51,37 +48,18 @@ bool DownArgsOk(const char* name, const uint8_t* src, int rows, int width, const
 
 namespace tocra {
 
-void DownScaleX4_C(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
-                   const uint8_t* srcEnd) {
-    const int cols = OutColumns(width, dstStride);
-    for (int r = 0; r < rows; r += 2) {
-        const uint8_t* r0 = src + RowOffset(r, srcStride);
-        const uint8_t* r1 = r0 + srcStride;
-        uint8_t* d = dst + RowOffset(r / 2, dstStride);
-        for (int x = 0; x < cols; ++x) d[x] = Block(r0, r1, 2 * x, srcEnd);
+void DownScaleRow_C(const uint8_t* s0, const uint8_t* s1, uint8_t* dst, int cols) {
+    for (int x = 0; x < cols; ++x) {
+        dst[x] = static_cast<uint8_t>((s0[2 * x] + s0[2 * x + 1] + s1[2 * x] + s1[2 * x + 1] + 2) >> 2);
     }
 }
 
-// Sixteen outputs per vector step (32 source bytes of each row, pairwise
-// added), the scalar block for the rest.
-void DownScaleX4_Neon(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
-                      const uint8_t* srcEnd) {
+void DownScalePlane(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
+                    DownScaleRowFn row) {
     const int cols = OutColumns(width, dstStride);
-    // Block sums are at most 1020, so the rounding 2 is added in 16 bits
-    // before a plain narrowing shift.
-    const uint16x8_t two = vdupq_n_u16(2);
     for (int r = 0; r < rows; r += 2) {
-        const uint8_t* r0 = src + RowOffset(r, srcStride);
-        const uint8_t* r1 = r0 + srcStride;
-        uint8_t* d = dst + RowOffset(r / 2, dstStride);
-        int x = 0;
-        for (; x + 16 <= cols && 2 * x + 32 <= width; x += 16) {
-            const uint16x8_t lo = vaddq_u16(vpaddlq_u8(vld1q_u8(r0 + 2 * x)), vpaddlq_u8(vld1q_u8(r1 + 2 * x)));
-            const uint16x8_t hi =
-                vaddq_u16(vpaddlq_u8(vld1q_u8(r0 + 2 * x + 16)), vpaddlq_u8(vld1q_u8(r1 + 2 * x + 16)));
-            vst1q_u8(d + x, vcombine_u8(vshrn_n_u16(vaddq_u16(lo, two), 2), vshrn_n_u16(vaddq_u16(hi, two), 2)));
-        }
-        for (; x < cols; ++x) d[x] = Block(r0, r1, 2 * x, srcEnd);
+        const uint8_t* s0 = src + RowOffset(r, srcStride);
+        row(s0, s0 + srcStride, dst + RowOffset(r / 2, dstStride), cols);
     }
 }
 
@@ -95,7 +73,7 @@ struct DownJob {
     int srcStride;
     int dstStride;
     int taskCount;
-    const uint8_t* srcEnd;
+    DownScaleRowFn row;
 };
 
 // Band k = source rows k*band .., written from destination row k*(band>>1).
@@ -108,17 +86,20 @@ void DownBand(void* arg, int index) {
     const int band = job->height / 4;
     const Band b = QuarterBand(job->height, index);
     const int rows = index < kBandTasks - 1 ? (b.rows & ~1) : b.rows;
-    DownScaleX4_Neon(job->src + RowOffset(b.first, job->srcStride), rows, job->width,
-                     job->dst + RowOffset(index * (band >> 1), job->dstStride), job->srcStride, job->dstStride,
-                     job->srcEnd);
+    DownScalePlane(job->src + RowOffset(b.first, job->srcStride), rows, job->width,
+                   job->dst + RowOffset(index * (band >> 1), job->dstStride), job->srcStride, job->dstStride, job->row);
 }
 
 }  // namespace
 
 int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride,
-                   const uint8_t* srcEnd) {
-    DownJob job{src, dst, width, height, srcStride, dstStride, kBandTasks, srcEnd};
+                   DownScaleRowFn row) {
+    DownJob job{src, dst, width, height, srcStride, dstStride, kBandTasks, row};
     return RunFourBands(DownBand, &job);
+}
+
+int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride) {
+    return DownScaleX4_MT(src, dst, height, width, srcStride, dstStride, kDownScaleRow);
 }
 
 }  // namespace tocra
@@ -126,11 +107,11 @@ int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int 
 extern "C" void Neon_DownScaleX4(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride,
                                  int dstStride) {
     if (!DownArgsOk("Neon_DownScaleX4", src, rows, width, dst, srcStride, dstStride)) return;
-    tocra::DownScaleX4_Neon(src, rows, width, dst, srcStride, dstStride, nullptr);
+    tocra::DownScalePlane(src, rows, width, dst, srcStride, dstStride, kDownScaleRow);
 }
 
 extern "C" int DownScaleX4_Neon_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride,
                                    int dstStride) {
     if (!DownArgsOk("DownScaleX4_Neon_MT", src, height, width, dst, srcStride, dstStride)) return TOCRA_NULL_POINTER;
-    return tocra::DownScaleX4_MT(src, dst, height, width, srcStride, dstStride, nullptr);
+    return tocra::DownScaleX4_MT(src, dst, height, width, srcStride, dstStride, kDownScaleRow);
 }

@@ -4,6 +4,7 @@
 #ifndef BRIMVEL_FILTER_KERNELS_H
 #define BRIMVEL_FILTER_KERNELS_H
 
+#include <cstddef>
 #include <cstdint>
 
 namespace tocra {
@@ -83,28 +84,46 @@ bool CumHistBandsReadInside(const uint8_t* plane, int width, int height, int str
 void GetCumHist_C(const uint8_t* plane, int width, int rows, int stride, int step, uint32_t* hist);
 void GetCumSum_C(const uint8_t* plane, int width, int rows, int stride, uint32_t* hist);
 
-// x2 down-scale by a rounded 2x2 mean. An odd row count's last pair reads
-// the row after `rows`; an odd width's last block reads the byte at column
-// `width`. srcEnd, when set, is one past the last source byte that may be
-// read: a bottom-row byte at column `width` at or past it is replaced by
-// the byte to its left.
-void DownScaleX4_C(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
-                   const uint8_t* srcEnd = nullptr);
-void DownScaleX4_Neon(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
-                      const uint8_t* srcEnd = nullptr);
+// Row functions come in pairs with one signature: FooRow_C (plain) and
+// FooRow_NEON (whole vectors, the rest handed to FooRow_C). The plane
+// drivers take the row to run; the exported kernels pass the NEON one
+// unless the library is built plain-only.
+
+// x2 down-scale by a rounded 2x2 mean: cols outputs from the rows s0, s1
+// (bytes 0 .. 2 cols - 1 of each). An odd row count's last pair reads the
+// row after `rows`; an odd width's last block reads the byte at column
+// `width`.
+using DownScaleRowFn = void (*)(const uint8_t* s0, const uint8_t* s1, uint8_t* dst, int cols);
+void DownScaleRow_C(const uint8_t* s0, const uint8_t* s1, uint8_t* dst, int cols);
+void DownScaleRow_NEON(const uint8_t* s0, const uint8_t* s1, uint8_t* dst, int cols);
+void DownScalePlane(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride,
+                    DownScaleRowFn row);
 // Four bands of height / 4 source rows on the pool (see DownScaleX4_Neon_MT).
+// Output rows are cut at dstStride. Without a row: the build's default.
 int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride,
-                   const uint8_t* srcEnd);
+                   DownScaleRowFn row);
+int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride);
 
-// x2 up-scale: the interior destination rows 2y+1 and 2y+2 of the source
-// row pairs y = first .. first+pairs-1, every column but the first and last.
-void UpScalePairs_C(const uint8_t* src, int firstPair, int pairs, int width, int srcStride, uint8_t* dst,
-                    int dstStride);
-void UpScalePairs_Neon(const uint8_t* src, int firstPair, int pairs, int width, int srcStride, uint8_t* dst,
-                       int dstStride);
+// x2 up-scale: the interior of destination rows d0 = 2y+1 and d1 = 2y+2 from
+// source rows s0 = y and s1 = y+1, columns 1 .. 2 width - 2.
+using UpScaleRowFn = void (*)(const uint8_t* s0, const uint8_t* s1, uint8_t* d0, uint8_t* d1, int width);
+void UpScaleRow_C(const uint8_t* s0, const uint8_t* s1, uint8_t* d0, uint8_t* d1, int width);
+void UpScaleRow_NEON(const uint8_t* s0, const uint8_t* s1, uint8_t* d0, uint8_t* d1, int width);
+// The source row pairs y = first .. first+pairs-1.
+void UpScalePairs(const uint8_t* src, int firstPair, int pairs, int width, int srcStride, uint8_t* dst,
+                  int dstStride, UpScaleRowFn row);
+// The whole plane (height, width >= 1), as MT_UpScale4X_NEON.
+void UpScalePlane(const uint8_t* src, int height, int width, int srcStride, int dstStride, uint8_t* dst,
+                  UpScaleRowFn row);
 
-// Saturated signed difference a - b.
-void UpScaleError_C(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int rows, int stride);
+// Saturated signed difference a - b; err may be b.
+using UpScaleErrorRowFn = void (*)(const uint8_t* a, const uint8_t* b, int8_t* err, int width);
+void UpScaleErrorRow_C(const uint8_t* a, const uint8_t* b, int8_t* err, int width);
+void UpScaleErrorRow_NEON(const uint8_t* a, const uint8_t* b, int8_t* err, int width);
+void UpScaleErrorPlane(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int rows, int stride,
+                       UpScaleErrorRowFn row);
+int UpScaleError_MT(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int height, int stride,
+                    UpScaleErrorRowFn row);
 
 // Colour conversion: luma y and outputs b, g, r with rows `stride` apart,
 // chroma uv with rows uvStride apart (the pair of pixel x at 2x, 2x + 1).
@@ -125,23 +144,43 @@ enum class RowAfter {
     kRepeat,     // it may not be read: the last row stands in for it, in the blocks only
 };
 
+// One row pair of a band: the two luma and chroma rows read, the offsets
+// of the two output rows, and which of its bytes the band writes.
+struct RgbPair {
+    const uint8_t* y0;
+    const uint8_t* uv0;
+    const uint8_t* y1;
+    const uint8_t* uv1;
+    size_t o0, o1;     // output offsets of the two rows
+    bool writeSecond;  // the second row is the band's to write
+    bool lastCol0;     // column `width` (odd width) of the first row is the band's to write
+    bool lastCol1;     // the same for the second row
+};
+// The pair from column x on.
+RgbPair AdvancePair(const RgbPair& pr, int x);
+
+// Converts `width` columns of a row pair (an odd width's last step converts
+// column `width` as well) and counts its 2x2 blocks into hist (B, G, R).
+using Yuv2RgbRowFn = void (*)(const RgbPlanes& p, const RgbPair& pr, uint32_t* hist, int width);
+void Yuv2RgbRow_C(const RgbPlanes& p, const RgbPair& pr, uint32_t* hist, int width);
+void Yuv2RgbRow_NEON(const RgbPlanes& p, const RgbPair& pr, uint32_t* hist, int width);
+
 // One band of `rows` rows with its 2x2-block histograms (B, G, R; cleared
-// first, running sums at the end). An odd width's last step converts column
-// `width` as well; with uvEnd set (one past the last readable chroma byte),
-// such a pixel whose chroma pair would reach it is not converted: the pixel
-// to its left stands in for it in the block. A band that keeps to its own rows
+// first, running sums at the end). A band that keeps to its own rows
 // (kRead, kRepeat) never writes past its last row.
-void Yuv2RgbBand_C(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
-                   const uint8_t* uvEnd = nullptr);
-void Yuv2RgbBand_Neon(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after,
-                      const uint8_t* uvEnd = nullptr);
+void Yuv2RgbBand(const RgbPlanes& p, uint32_t* hist, int width, int rows, RowAfter after, Yuv2RgbRowFn row);
 // True for the sizes the conversion refuses: width and row count both odd.
 bool Yuv2RgbRefused(int width, int rows);
 // Four bands of height / 4 rows on the pool, each through the size check,
 // into set + 768 k. Bands 0..2 leave the next band's first row to it (kRead)
-// unless that band refuses its rows; the last band does `lastAfter`.
+// unless that band refuses its rows; the last band does `lastAfter`, and is
+// refused with kLastBandPastFrame when `refuseLast` is set.
 int Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
-                     const uint8_t* uvEnd);
+                     bool refuseLast, Yuv2RgbRowFn row);
+int Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
+                     bool refuseLast);
+// The line of a last band whose chroma would be read past the frame.
+extern const char kLastBandPastFrame[];
 
 }  // namespace tocra
 

@@ -5,14 +5,15 @@
 #include "filter/bands.h"
 #include "filter/filter_kernels.h"
 #include "frame/log.h"
-#include "frame/neon.h"
+#include "frame/numeric.h"
 
 namespace {
 
-inline int8_t SatDiff(uint8_t a, uint8_t b) {
-    const int d = a - b;
-    return static_cast<int8_t>(d < -128 ? -128 : (d > 127 ? 127 : d));
-}
+#if defined(BRIMVEL_PLAIN_ONLY)
+constexpr tocra::UpScaleErrorRowFn kErrorRow = tocra::UpScaleErrorRow_C;
+#else
+constexpr tocra::UpScaleErrorRowFn kErrorRow = tocra::UpScaleErrorRow_NEON;
+#endif
 
 bool ErrArgsOk(const char* name, const uint8_t* a, const uint8_t* b, const int8_t* err, int width, int rows,
                int stride) {
@@ -28,33 +29,15 @@ bool ErrArgsOk(const char* name, const uint8_t* a, const uint8_t* b, const int8_
 
 namespace tocra {
 
-void UpScaleError_C(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int rows, int stride) {
-    for (int y = 0; y < rows; ++y) {
-        const size_t o = RowOffset(y, stride);
-        for (int x = 0; x < width; ++x) err[o + x] = SatDiff(a[o + x], b[o + x]);
-    }
+void UpScaleErrorRow_C(const uint8_t* a, const uint8_t* b, int8_t* err, int width) {
+    for (int x = 0; x < width; ++x) err[x] = ClampToInt8(a[x] - b[x]);
 }
 
-}  // namespace tocra
-
-// All three planes hold `rows` rows of `stride` bytes; err may be b (each
-// element is read before it is written). Sixteen pixels per vector step,
-// a scalar tail.
-extern "C" void UpScaleError_NEON(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int rows, int stride) {
-    if (!ErrArgsOk("UpScaleError_NEON", a, b, err, width, rows, stride)) return;
+void UpScaleErrorPlane(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int rows, int stride,
+                       UpScaleErrorRowFn row) {
     for (int y = 0; y < rows; ++y) {
-        const size_t o = tocra::RowOffset(y, stride);
-        const uint8_t* pa = a + o;
-        const uint8_t* pb = b + o;
-        int8_t* pe = err + o;
-        int x = 0;
-        for (; x + 16 <= width; x += 16) {
-            const uint8x16_t va = vld1q_u8(pa + x), vb = vld1q_u8(pb + x);
-            const int16x8_t lo = vreinterpretq_s16_u16(vsubl_u8(vget_low_u8(va), vget_low_u8(vb)));
-            const int16x8_t hi = vreinterpretq_s16_u16(vsubl_u8(vget_high_u8(va), vget_high_u8(vb)));
-            vst1q_s8(pe + x, vcombine_s8(vqmovn_s16(lo), vqmovn_s16(hi)));
-        }
-        for (; x < width; ++x) pe[x] = SatDiff(pa[x], pb[x]);
+        const size_t o = RowOffset(y, stride);
+        row(a + o, b + o, err + o, width);
     }
 }
 
@@ -68,20 +51,35 @@ struct ErrJob {
     int height;
     int stride;
     int taskCount;
+    UpScaleErrorRowFn row;
 };
 
 void ErrBand(void* arg, int index) {
     const ErrJob* job = static_cast<const ErrJob*>(arg);
-    const tocra::Band band = tocra::QuarterBand(job->height, index);
-    const size_t o = tocra::RowOffset(band.first, job->stride);
-    UpScaleError_NEON(job->a + o, job->b + o, job->err + o, job->width, band.rows, job->stride);
+    const Band band = QuarterBand(job->height, index);
+    const size_t o = RowOffset(band.first, job->stride);
+    UpScaleErrorPlane(job->a + o, job->b + o, job->err + o, job->width, band.rows, job->stride, job->row);
 }
 
 }  // namespace
 
+int UpScaleError_MT(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int height, int stride,
+                    UpScaleErrorRowFn row) {
+    ErrJob job{a, b, err, width, height, stride, kBandTasks, row};
+    return RunFourBands(ErrBand, &job);
+}
+
+}  // namespace tocra
+
+// All three planes hold `rows` rows of `stride` bytes; err may be b (each
+// element is read before it is written).
+extern "C" void UpScaleError_NEON(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int rows, int stride) {
+    if (!ErrArgsOk("UpScaleError_NEON", a, b, err, width, rows, stride)) return;
+    tocra::UpScaleErrorPlane(a, b, err, width, rows, stride, kErrorRow);
+}
+
 extern "C" int UpScaleError_Neon_MT(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int height,
                                     int stride) {
     if (!ErrArgsOk("UpScaleError_Neon_MT", a, b, err, width, height, stride)) return TOCRA_NULL_POINTER;
-    ErrJob job{a, b, err, width, height, stride, tocra::kBandTasks};
-    return tocra::RunFourBands(ErrBand, &job);
+    return tocra::UpScaleError_MT(a, b, err, width, height, stride, kErrorRow);
 }

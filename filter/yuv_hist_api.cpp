@@ -46,8 +46,15 @@ Layout ResultLayout(int width, int height, int stride) {
 
 // Frames need at least 2 x 2 pixels (a half-size plane to divide by), a
 // stride of at least the width, and a result that fits in 2^31 - 1 bytes.
+// The down-scale of an odd height and an odd width reads the byte at column
+// `width` of the row after the luma (the chroma plane's first row): a frame
+// whose chroma plane is a single row of exactly `width` bytes ends before
+// it, and is refused.
 bool FrameOk(int width, int height, int stride) {
     if (width < 2 || height < 2 || stride < width) return false;
+    if ((height & 1) && (width & 1) && static_cast<int64_t>(width) >= static_cast<int64_t>(height >> 1) * stride) {
+        return false;
+    }
     const int64_t s2 = (static_cast<int64_t>(width >> 1) + 127) & ~static_cast<int64_t>(127);
     const int64_t size = 4 * (height >> 1) * s2 + 4096 + static_cast<int64_t>(height) * stride + 4;
     const int64_t source = static_cast<int64_t>(height) * stride + static_cast<int64_t>(height >> 1) * stride;
@@ -64,22 +71,18 @@ void StoreU32(uint8_t* at, uint32_t v) { memcpy(at, &v, sizeof(v)); }
 // 2 x 2, or with a stride below the width, are refused with a log line.
 //
 // The steps read and write nothing outside the frame and the result:
-// - The down-scale of an odd last band reads the row after the luma, the
-//   chroma plane's first row. Only one byte it reads can lie past the frame
-//   (column `width` of that row when the chroma plane is a single row of
-//   exactly `width` bytes): the byte to its left stands in for it.
 // - The colour conversion's last band, with an odd row count, would pair its
 //   last row with the row after both planes: half-size luma row h2 is the R
 //   plane that band 0 is writing, chroma row h2 lies past the frame. That
 //   row is not read (the last row stands in for it in the blocks) and not
 //   written (it would be the luma histogram and the B and G planes' first
-//   rows).
+//   rows, which band 0 writes at the same time).
 // - With an odd half width, the last step of a row converts column w2: the
 //   half-size luma's padding byte (s2 > w2) and the chroma pair at bytes
 //   2 w2 and 2 w2 + 1, in the row's padding or the next chroma row. For the
 //   last chroma row of a frame whose stride is below 2 w2 + 2 that pair lies
-//   past the frame: the pixel is not written, and the pixel to its left
-//   stands in for it in the block.
+//   past the frame: the last band is then refused with a line, like a band
+//   of odd size, and its counters go into the merge as they were.
 extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, int width, int height, int stride) {
     if (frame == nullptr || dst == nullptr || !FrameOk(width, height, stride)) {
         TOCRA_LOGE("%s invalid input: width[%d] height[%d] stride[%d]\n", "DownScaleYuv2RgbHist_Neon", width, height,
@@ -88,11 +91,10 @@ extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, in
     }
     const Layout l = ResultLayout(width, height, stride);
     const uint8_t* chroma = frame + static_cast<size_t>(height) * static_cast<size_t>(stride);
-    const uint8_t* frameEnd = chroma + static_cast<size_t>(l.h2) * static_cast<size_t>(stride);
     uint32_t set[4 * 3 * 256];
     memset(set, 0, sizeof(set));
 
-    tocra::DownScaleX4_MT(frame, dst, height, width, stride, l.s2, frameEnd);
+    tocra::DownScaleX4_MT(frame, dst, height, width, stride, l.s2);
     MT_UpScale4X_NEON(dst, l.h2, l.w2, l.s2, stride, dst + l.error);
     UpScaleError_Neon_MT(frame, dst + l.error, reinterpret_cast<int8_t*>(dst + l.error), width, height, stride);
 
@@ -111,12 +113,10 @@ extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, in
 
     const size_t S1 = l.S;
     const tocra::RgbPlanes planes{dst, chroma, dst + 3 * S1, dst + 2 * S1, dst + S1, l.s2, stride};
-    tocra::Yuv2RgbFourBands(planes, set, l.w2, l.h2, tocra::RowAfter::kRepeat, frameEnd);
-    // A band the conversion refused left its counters as they were: the R,
-    // G and B histograms are then left unwritten, as after a whole refusal.
-    for (int k = 0; k < tocra::kBandTasks; ++k) {
-        if (tocra::Yuv2RgbRefused(l.w2, tocra::QuarterBand(l.h2, k).rows)) return;
-    }
+    const bool pastFrame = (l.w2 & 1) && stride < 2 * l.w2 + 2;
+    tocra::Yuv2RgbFourBands(planes, set, l.w2, l.h2, tocra::RowAfter::kRepeat, pastFrame);
+    // A band the conversion refused left its counters as the luma histogram
+    // left them; they are added in like the others.
     uint32_t merged[3][256];
     for (int c = 0; c < 3; ++c) {  // c: 0 R, 1 G, 2 B; a band's set is B, G, R
         const int ch = 2 - c;

@@ -8,11 +8,10 @@
 //   IntegralMat_H_MT        IntegralMat_H_S32XS32 (exported plain rows) per band
 //   IntegralMat_V_MT        tocra::BoxSumV_C per slice, slices as exported
 //   BoxFiltering_neon       the two passes above (no log or timing lines)
-//   DownScaleX4_Neon_MT     tocra::DownScaleX4_C per band
-//   MT_UpScale4X_NEON       tocra::UpScalePairs_C per band; border rows and
-//                           columns as the exported kernel does them
-//   UpScaleError_Neon_MT    tocra::UpScaleError_C per band
-//   YUV2RGB_LUTX4_NEON_MT   tocra::Yuv2RgbBand_C per band
+//   DownScaleX4_Neon_MT     the library's band driver with tocra::DownScaleRow_C
+//   MT_UpScale4X_NEON       the library's plane driver with tocra::UpScaleRow_C
+//   UpScaleError_Neon_MT    the library's band driver with tocra::UpScaleErrorRow_C
+//   YUV2RGB_LUTX4_NEON_MT   the library's band driver with tocra::Yuv2RgbRow_C
 //   GetCumSum_Neon_MT       tocra::GetCumSum_C per band
 //   GetCumHist_Neon_MT      tocra::GetCumHist_C per band
 //   GenerateDiscriptor_Brief_MT
@@ -94,82 +93,6 @@ void BoxVBand(void* arg, int k) {
            RowOffset(outEnd - outFirst, j->stride));
 }
 
-struct DownJob {
-    const uint8_t* src;
-    uint8_t* dst;
-    int width, height, srcStride, dstStride;
-};
-
-void DownBand(void* arg, int k) {
-    const DownJob* j = static_cast<const DownJob*>(arg);
-    const Band b = tocra::QuarterBand(j->height, k);
-    const int rows = k < tocra::kBandTasks - 1 ? (b.rows & ~1) : b.rows;
-    tocra::DownScaleX4_C(j->src + RowOffset(b.first, j->srcStride), rows, j->width,
-                         j->dst + RowOffset(k * ((j->height / 4) >> 1), j->dstStride), j->srcStride, j->dstStride);
-}
-
-struct UpJob {
-    const uint8_t* src;
-    uint8_t* dst;
-    int height, width, srcStride, dstStride;
-};
-
-void UpBand(void* arg, int k) {
-    const UpJob* j = static_cast<const UpJob*>(arg);
-    const int pairRows = j->height - 2;
-    const Band b = tocra::SplitBand(pairRows + 1, (pairRows / 4) & ~1, k);
-    if (b.rows == 0) return;
-    tocra::UpScalePairs_C(j->src, b.first, b.rows, j->width, j->srcStride, j->dst, j->dstStride);
-}
-
-void UpBorderRow(uint8_t* d, const uint8_t* s, int width) {
-    d[0] = s[0];
-    for (int x = 0; x + 1 < width; ++x) {
-        const int a = s[x], b = s[x + 1];
-        d[2 * x + 1] = static_cast<uint8_t>((3 * a + b + 2) >> 2);
-        d[2 * x + 2] = static_cast<uint8_t>((a + 3 * b + 2) >> 2);
-    }
-    d[2 * width - 1] = s[width - 1];
-}
-
-struct ErrJob {
-    const uint8_t* a;
-    const uint8_t* b;
-    int8_t* err;
-    int width, height, stride;
-};
-
-void ErrBand(void* arg, int k) {
-    const ErrJob* j = static_cast<const ErrJob*>(arg);
-    const Band b = tocra::QuarterBand(j->height, k);
-    const size_t o = RowOffset(b.first, j->stride);
-    tocra::UpScaleError_C(j->a + o, j->b + o, j->err + o, j->width, b.rows, j->stride);
-}
-
-struct RgbJob {
-    tocra::RgbPlanes planes;
-    uint32_t* hist;
-    int width, height;
-};
-
-// As the exported kernel's bands: a band whose row count and width are both
-// odd is refused on its own; bands 0..2 read the next band's first row when
-// that band writes it, the last band converts the row after the plane.
-void RgbBand(void* arg, int k) {
-    const RgbJob* j = static_cast<const RgbJob*>(arg);
-    const Band band = tocra::QuarterBand(j->height, k);
-    if (tocra::Yuv2RgbRefused(j->width, band.rows)) return;
-    const tocra::RgbPlanes& p = j->planes;
-    const size_t o = RowOffset(band.first, p.stride);
-    const tocra::RgbPlanes bp{p.y + o, p.uv + RowOffset(band.first, p.uvStride), p.b + o, p.g + o, p.r + o,
-                              p.stride, p.uvStride};
-    tocra::RowAfter after = tocra::RowAfter::kReadWrite;
-    if (k < tocra::kBandTasks - 1 && !tocra::Yuv2RgbRefused(j->width, tocra::QuarterBand(j->height, k + 1).rows)) {
-        after = tocra::RowAfter::kRead;
-    }
-    tocra::Yuv2RgbBand_C(bp, j->hist + 768 * k, j->width, band.rows, after);
-}
-
 struct HistJob {
     const uint8_t* plane;
     int width, height, stride, step;  // step 0: every pixel
@@ -232,37 +155,21 @@ int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, int stride, i
 }
 
 int DownScaleX4_Neon_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride) {
-    DownJob job{src, dst, width, height, srcStride, dstStride};
-    return tocra::RunFourBands(DownBand, &job);
+    return tocra::DownScaleX4_MT(src, dst, height, width, srcStride, dstStride, tocra::DownScaleRow_C);
 }
 
 void MT_UpScale4X_NEON(const uint8_t* src, int height, int width, int srcStride, int dstStride, uint8_t* dst) {
-    UpBorderRow(dst, src, width);
-    UpJob job{src, dst, height, width, srcStride, dstStride};
-    tocra::RunFourBands(UpBand, &job);
-    const int last = 2 * width - 1;
-    for (int y = 0; y + 1 < height; ++y) {
-        const uint8_t* s0 = src + RowOffset(y, srcStride);
-        const uint8_t* s1 = s0 + srcStride;
-        uint8_t* d0 = dst + RowOffset(2 * y + 1, dstStride);
-        uint8_t* d1 = d0 + dstStride;
-        d0[0] = static_cast<uint8_t>((3 * s0[0] + s1[0] + 2) >> 2);
-        d1[0] = static_cast<uint8_t>((s0[0] + 3 * s1[0] + 2) >> 2);
-        d0[last] = static_cast<uint8_t>((3 * s0[width - 1] + s1[width - 1] + 2) >> 2);
-        d1[last] = static_cast<uint8_t>((s0[width - 1] + 3 * s1[width - 1] + 2) >> 2);
-    }
-    UpBorderRow(dst + RowOffset(2 * height - 1, dstStride), src + RowOffset(height - 1, srcStride), width);
+    tocra::UpScalePlane(src, height, width, srcStride, dstStride, dst, tocra::UpScaleRow_C);
 }
 
 int UpScaleError_Neon_MT(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int height, int stride) {
-    ErrJob job{a, b, err, width, height, stride};
-    return tocra::RunFourBands(ErrBand, &job);
+    return tocra::UpScaleError_MT(a, b, err, width, height, stride, tocra::UpScaleErrorRow_C);
 }
 
 int YUV2RGB_LUTX4_NEON_MT(const uint8_t* y, const uint8_t* uv, uint8_t* b, uint8_t* g, uint8_t* r, uint32_t* hist,
                           int width, int height, int uvStride, int stride) {
-    RgbJob job{tocra::RgbPlanes{y, uv, b, g, r, stride, uvStride}, hist, width, height};
-    return tocra::RunFourBands(RgbBand, &job);
+    return tocra::Yuv2RgbFourBands(tocra::RgbPlanes{y, uv, b, g, r, stride, uvStride}, hist, width, height,
+                                   tocra::RowAfter::kReadWrite, false, tocra::Yuv2RgbRow_C);
 }
 
 int GetCumSum_Neon_MT(const uint8_t* plane, int width, int height, int stride, uint32_t* set) {

@@ -76,17 +76,21 @@ TEST(Yuv2Rgb, PlainAndVectorBandsAgree) {
                     const auto y = RandomBytes(static_cast<size_t>(stride) * total, w * 11 + rows);
                     const auto uv = RandomBytes(static_cast<size_t>(uvStride) * total, w * 13 + rows);
                     const size_t plane = static_cast<size_t>(stride) * total;
-                    // Without a bound, and with one that cuts the last chroma row's pair `w`.
-                    const uint8_t* ends[2] = {nullptr, uv.data() + static_cast<size_t>(uvStride) * (rows - 1) + 2 * w};
-                    for (const uint8_t* uvEnd : ends) {
+                    {
                         std::vector<uint8_t> out1(plane * 3, 0x77), out2 = out1;
                         std::vector<uint32_t> h1(768, 1), h2(768, 2);
-                        tocra::Yuv2RgbBand_C({y.data(), uv.data(), &out1[0], &out1[plane], &out1[2 * plane], stride,
-                                              uvStride},
-                                             h1.data(), w, rows, after, uvEnd);
-                        tocra::Yuv2RgbBand_Neon({y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane],
-                                                 stride, uvStride},
-                                                h2.data(), w, rows, after, uvEnd);
+                        tocra::Yuv2RgbBand({y.data(), uv.data(), &out1[0], &out1[plane], &out1[2 * plane], stride,
+                                            uvStride},
+                                           h1.data(), w, rows, after, tocra::Yuv2RgbRow_C);
+#if defined(BRIMVEL_PLAIN_ONLY)
+                        tocra::Yuv2RgbBand({y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane], stride,
+                                            uvStride},
+                                           h2.data(), w, rows, after, tocra::Yuv2RgbRow_C);
+#else
+                        tocra::Yuv2RgbBand({y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane], stride,
+                                            uvStride},
+                                           h2.data(), w, rows, after, tocra::Yuv2RgbRow_NEON);
+#endif
                         ASSERT_EQ(out1, out2) << w << "x" << rows << " tight " << tight;
                         ASSERT_EQ(h1, h2) << w << "x" << rows << " tight " << tight;
                         if (after != RowAfter::kReadWrite) {
@@ -331,7 +335,7 @@ TEST(YuvHistApi, ResultLayoutRegionByRegion) {
     const std::vector<uint8_t>& d = q.dest;
 
     std::vector<uint8_t> half(S, 0);
-    tocra::DownScaleX4_C(q.frame.data(), h, w, half.data(), stride, s2);
+    tocra::DownScalePlane(q.frame.data(), h, w, half.data(), stride, s2, tocra::DownScaleRow_C);
     for (int y = 0; y < h2; ++y) ASSERT_EQ(0, memcmp(&half[y * s2], &d[y * s2], w2)) << "luma row " << y;
 
     // R, G, B planes from the half-size luma and the frame's chroma rows.
@@ -405,16 +409,15 @@ TEST(YuvHistApi, FacesAreSmoothedOnA255Background) {
 // The whole result by its definition, on a copy of the result buffer as the
 // caller handed it over, for a frame that ends where its chroma plane ends.
 // Steps in order, bands in order (a later band overwrites an earlier one).
-// The two places where the definition would read past the frame take the
-// library's stand-ins: a down-scale byte past the end takes the byte to its
-// left; a colour pixel whose chroma pair lies past the end is not written
-// and the pixel to its left takes its place in the block. The colour
-// conversion's last band pairs an odd last row with itself and does not
-// write it twice. Returns the number of refused colour bands.
+// The colour conversion's last band pairs an odd last row with itself and
+// does not write it twice; it is refused when its last chroma row's pair
+// for column w2 lies past the frame. A refused band's counters are those
+// the luma histograms left in the shared set, merged like the others.
+// Returns the number of bands refused for their size.
 int ResultByDefinition(const std::vector<uint8_t>& frame, std::vector<uint8_t>& d, int w, int h, int stride) {
     const int w2 = w / 2, h2 = h / 2, s2 = (w2 + 127) & ~127;
-    const size_t S = static_cast<size_t>(h2) * s2, N = frame.size();
-    auto F = [&](size_t i) { return static_cast<int>(frame[i]); };
+    const size_t S = static_cast<size_t>(h2) * s2;
+    auto F = [&](size_t i) { return static_cast<int>(frame.at(i)); };
 
     int band = h / 4;
     for (int k = 0; k < 4; ++k) {
@@ -422,9 +425,8 @@ int ResultByDefinition(const std::vector<uint8_t>& frame, std::vector<uint8_t>& 
         for (int r = 0; r < rows; r += 2) {
             for (int x = 0; 2 * x < w; ++x) {
                 const size_t t = static_cast<size_t>(first + r) * stride + 2 * x, bt = t + stride;
-                const int last = bt + 1 < N ? F(bt + 1) : F(bt);
                 d[static_cast<size_t>(k * (band >> 1) + r / 2) * s2 + x] =
-                    static_cast<uint8_t>((F(t) + F(t + 1) + F(bt) + last + 2) >> 2);
+                    static_cast<uint8_t>((F(t) + F(t + 1) + F(bt) + F(bt + 1) + 2) >> 2);
             }
         }
     }
@@ -442,53 +444,63 @@ int ResultByDefinition(const std::vector<uint8_t>& frame, std::vector<uint8_t>& 
         }
     std::copy(up.begin(), up.end(), d.begin() + static_cast<std::ptrdiff_t>(err));
 
+    // The shared set: four luma band histograms at 256 k, then each colour
+    // band's B, G, R at 768 k.
+    std::vector<uint32_t> set(4 * 768, 0);
     uint32_t lcum[256] = {};
     uint32_t sum = 0;
-    for (int y = 0; y < h2; ++y)
+    band = h2 / 4;
+    for (int y = 0; y < h2; ++y) {
+        const int k = band == 0 ? 3 : std::min(3, y / band);
         for (int x = 0; x < w2; ++x) {
             const uint8_t v = d[static_cast<size_t>(y) * s2 + x];
             sum += v;
-            for (int l = v; l < 256; ++l) ++lcum[l];
+            for (int l = v; l < 256; ++l) ++lcum[l], ++set[256 * k + l];
         }
+    }
     memcpy(&d[4 * S], lcum, sizeof(lcum));
     const int32_t mean = static_cast<int32_t>(sum + static_cast<uint32_t>(S / 2)) / static_cast<int32_t>(S);
     memcpy(&d[err + static_cast<size_t>(h) * stride], &mean, 4);
 
     const size_t chroma = static_cast<size_t>(h) * stride;
-    uint32_t hist[3][256] = {};  // R, G, B over all bands
     int refused = 0;
-    band = h2 / 4;
     for (int k = 0; k < 4; ++k) {
         const int first = k * band, rows = k < 3 ? band : h2 - 3 * band;
         if ((w2 & 1) && (rows & 1)) {
             ++refused;
             continue;
         }
+        if (k == 3 && (w2 & 1) && chroma + static_cast<size_t>(first + rows - 1) * stride + 2 * w2 + 1 >= frame.size()) {
+            continue;
+        }
+        uint32_t* hist = &set[768 * k];  // B, G, R
+        std::fill(hist, hist + 768, 0u);
         for (int rr = 0; rr < rows; rr += 2) {
             const bool alone = k == 3 && rr + 1 == rows;
             const int pairRows[2] = {first + rr, alone ? first + rr : first + rr + 1};
             for (int x = 0; x < w2; x += 2) {
                 int sums[3] = {0, 0, 0};
                 for (int dy = 0; dy < 2; ++dy) {
-                    Px left{};
                     for (int dx = 0; dx < 2; ++dx) {
                         const int row = pairRows[dy];
                         const size_t yi = static_cast<size_t>(row) * s2 + x + dx;
                         const size_t ci = chroma + static_cast<size_t>(row) * stride + 2 * (x + dx);
-                        const bool past = ci + 1 >= N;
-                        const Px px = past ? left : Formula(d[yi], F(ci), F(ci + 1));
-                        if (!past && !(dy == 1 && alone)) d[S + yi] = px.r, d[2 * S + yi] = px.g, d[3 * S + yi] = px.b;
-                        sums[0] += px.r, sums[1] += px.g, sums[2] += px.b;
-                        left = px;
+                        const Px px = Formula(d[yi], F(ci), F(ci + 1));
+                        if (!(dy == 1 && alone)) d[S + yi] = px.r, d[2 * S + yi] = px.g, d[3 * S + yi] = px.b;
+                        sums[0] += px.b, sums[1] += px.g, sums[2] += px.r;
                     }
                 }
                 for (int c = 0; c < 3; ++c) {
-                    for (int l = (sums[c] + 2) >> 2; l < 256; ++l) ++hist[c][l];
+                    for (int l = (sums[c] + 2) >> 2; l < 256; ++l) ++hist[256 * c + l];
                 }
             }
         }
     }
-    if (refused == 0) memcpy(&d[4 * S + 1024], hist, sizeof(hist));
+    uint32_t merged[3][256] = {};  // R, G, B; a band's set is B, G, R
+    for (int c = 0; c < 3; ++c)
+        for (int v = 0; v < 256; ++v)
+            for (int k = 0; k < 4; ++k) merged[c][v] += set[768 * k + 256 * (2 - c) + v];
+    memcpy(&d[4 * S + 1024], merged, sizeof(merged));
     return refused;
 }
 
@@ -496,8 +508,9 @@ TEST(YuvHistApi, OddAndSmallFramesGiveTheResultOfTheDefinition) {
     // width, height, stride: odd and even halves in both directions, bands of
     // odd heights, the last band's pair reaching the chroma plane, tight and
     // padded rows; buffers end exactly where the layout ends.
-    const int sizes[][3] = {{7, 7, 7},   {13, 11, 13}, {10, 14, 10}, {6, 6, 6},   {5, 3, 5},
-                            {7, 17, 8},  {8, 6, 8},    {16, 19, 17}, {50, 38, 64}, {9, 5, 9}};
+    const int sizes[][3] = {{7, 7, 7},    {13, 11, 13}, {10, 14, 10}, {6, 6, 6},    {5, 3, 6},
+                            {7, 17, 8},   {8, 6, 8},    {16, 19, 17}, {50, 38, 64}, {9, 5, 9},
+                            {14, 26, 14}, {14, 26, 16}, {26, 30, 27}, {6, 3, 7},    {3, 2, 3}};
     for (const auto& sz : sizes) {
         YuvRequest q(sz[0], sz[1], sz[2], 0, 100, true);
         std::vector<uint8_t> want = q.dest;
@@ -512,28 +525,27 @@ TEST(YuvHistApi, OddAndSmallFramesGiveTheResultOfTheDefinition) {
 }
 
 TEST(YuvHistApi, HandWorkedFiveByThreeFrame) {
-    // Frame 5 x 3, stride 5, one chroma row; half size 2 x 1, s2 = 128, S = 128.
-    YuvRequest q(5, 3, 5, 0, 100, true);
-    const uint8_t frame[20] = {0,  4,  8,  12, 16,   //
-                               20, 24, 28, 32, 36,   //
-                               40, 44, 48, 52, 56,   //
-                               128, 128, 128, 128, 60};
-    ASSERT_EQ(q.frame.size(), 20u);
-    memcpy(q.frame.data(), frame, 20);
+    // Frame 5 x 3, stride 6, one chroma row; half size 2 x 1, s2 = 128, S = 128.
+    YuvRequest q(5, 3, 6, 0, 100, true);
+    const uint8_t frame[24] = {0,   4,   8,   12,  16, 100,  //
+                               20,  24,  28,  32,  36, 200,  //
+                               40,  44,  48,  52,  56, 10,   //
+                               128, 128, 128, 128, 60, 70};
+    ASSERT_EQ(q.frame.size(), 24u);
+    memcpy(q.frame.data(), frame, 24);
     ASSERT_EQ(q.Run(), 0);
     const std::vector<uint8_t>& d = q.dest;
     // Down-scale, one band of 3 rows: pairs (0, 1) and (2, 3), row 3 being
-    // the chroma row; column 5 of a row is the next row's first byte.
+    // the chroma row; column 5 of a row is its padding byte.
     EXPECT_EQ(d[0], 12);  // (0 + 4 + 20 + 24 + 2) >> 2
     EXPECT_EQ(d[1], 20);  // (8 + 12 + 28 + 32 + 2) >> 2
-    EXPECT_EQ(d[2], 28);  // (16 + 20 + 36 + 40 + 2) >> 2
+    EXPECT_EQ(d[2], 88);  // (16 + 100 + 36 + 200 + 2) >> 2
     // Output row 1 is the R plane's first row; its column 2 is
-    // (56 + 128 + 60 + 60 + 2) >> 2 = 76: byte 20 lies past the frame, and
-    // the byte to its left, 60, stands in for it. Columns 0 and 1 (85, 89)
-    // are then overwritten by the grey conversion of 12 and 20.
+    // (56 + 10 + 60 + 70 + 2) >> 2 = 49. Columns 0 and 1 (85, 89) are then
+    // overwritten by the grey conversion of 12 and 20.
     EXPECT_EQ(d[128], 12);
     EXPECT_EQ(d[129], 20);
-    EXPECT_EQ(d[130], 76);
+    EXPECT_EQ(d[130], 49);
     EXPECT_EQ(d[256], 12);  // G
     EXPECT_EQ(d[257], 20);
     EXPECT_EQ(d[384], 12);  // B
@@ -544,8 +556,15 @@ TEST(YuvHistApi, HandWorkedFiveByThreeFrame) {
     for (int v : {0, 11, 12, 19, 20, 255}) EXPECT_EQ(U32(d, 512 + 4 * v), v < 12 ? 0u : v < 20 ? 1u : 2u) << v;
     for (int c = 1; c <= 3; ++c)
         for (int v : {15, 16, 255}) EXPECT_EQ(U32(d, 512 + 1024 * c + 4 * v), v < 16 ? 0u : 1u) << c << " " << v;
-    EXPECT_EQ(U32(d, 512 + 4096 + 15), 0u);  // mean (32 + 64) / 128
+    EXPECT_EQ(U32(d, 512 + 4096 + 18), 0u);  // mean (32 + 64) / 128
     EXPECT_EQ(tocra_test::CountLogged(kRefused), 0);
+    // With stride 5 the down-scale's last block would read byte 20, one past
+    // the frame: such a frame is refused.
+    YuvRequest tight(5, 3, 5, 0, 100, true);
+    const std::vector<uint8_t> before = tight.dest;
+    EXPECT_EQ(tight.Run(), -998);
+    EXPECT_TRUE(Logged(6, "BoxfilterYuv2RgbHist_TocraAPI invalid frame: width[5] height[3] stride[5]\n"));
+    EXPECT_EQ(tight.dest, before);
 }
 
 TEST(YuvHistApi, OddHalfSizeInBothDirectionsConvertsOnlyTheEvenBands) {
@@ -557,9 +576,30 @@ TEST(YuvHistApi, OddHalfSizeInBothDirectionsConvertsOnlyTheEvenBands) {
     const size_t S = 19 * 128;
     EXPECT_NE(q.dest[S + 11 * 128 + 25], 0xC3);  // band 2's last row, column 25 included
     EXPECT_EQ(q.dest[S + 12 * 128], 0xC3);       // band 3's rows are not written
-    EXPECT_EQ(q.dest[4 * S + 1024], 0xC3);       // nor are the R, G and B histograms
-    EXPECT_EQ(q.dest[4 * S + 4095], 0xC3);
-    EXPECT_NE(U32(q.dest, 4 * S + 1020), 0xC3C3C3C3u);  // the luma histogram is there
+    // The histograms merge all four sets; the refused band's holds the zeros
+    // the luma histograms left there. 3 bands x 2 pairs x 13 blocks.
+    for (int c = 1; c <= 3; ++c) EXPECT_EQ(U32(q.dest, 4 * S + 1024 * c + 4 * 255), 78u) << c;
+    EXPECT_EQ(U32(q.dest, 4 * S + 1020), 19u * 25u);  // the luma histogram
+
+    // 14 x 26 stride 16 gives 7 x 13: bands of 3, 3, 3 and 4 rows; bands 0..2
+    // refuse and their sets still hold the luma band histograms (band k at
+    // 256 k): B gets luma bands 0 and 3, G band 1, R band 2, each plus the
+    // last band's 2 pairs x 4 blocks.
+    YuvRequest r(14, 26, 16, 0, 100, true);
+    ASSERT_EQ(r.Run(), 0);
+    EXPECT_EQ(tocra_test::CountLogged(kRefused), 3);
+    const size_t S2 = 13 * 128;
+    EXPECT_EQ(U32(r.dest, 4 * S2 + 1024 + 4 * 255), 21u + 8u);        // R
+    EXPECT_EQ(U32(r.dest, 4 * S2 + 2048 + 4 * 255), 21u + 8u);        // G
+    EXPECT_EQ(U32(r.dest, 4 * S2 + 3072 + 4 * 255), 21u + 28u + 8u);  // B
+    // Stride 14: the last chroma row's pair for column 7 (bytes 14, 15) lies
+    // past the frame, so the last band is refused too.
+    YuvRequest t(14, 26, 14, 0, 100, true);
+    ASSERT_EQ(t.Run(), 0);
+    EXPECT_EQ(tocra_test::CountLogged(kRefused), 3);
+    EXPECT_TRUE(Logged(6, tocra::kLastBandPastFrame));
+    EXPECT_EQ(t.dest[S2 + 9 * 128], 0xC3);
+    EXPECT_EQ(U32(t.dest, 4 * S2 + 3072 + 4 * 255), 21u + 28u);
 }
 
 TEST(YuvHistApi, APoolThatCannotStartAnswersMinus997) {
@@ -592,7 +632,8 @@ TEST(YuvHistApi, EachHandleFailingInTurnAndBadSizes) {
         }
         EXPECT_EQ(q.dest, dest);
     }
-    const int frames[][3] = {{1, 48, 64}, {64, 1, 64}, {64, 48, 63}, {-64, 48, 64}, {0x40000000, 4, 0x40000000}};
+    const int frames[][3] = {{1, 48, 64}, {64, 1, 64}, {64, 48, 63}, {-64, 48, 64}, {0x40000000, 4, 0x40000000},
+                             {5, 3, 5}};
     for (const auto& f : frames) {
         YuvRequest q(64, 48, 64);
         q.p.width = f[0];

@@ -1,0 +1,23 @@
+// Vector row of the x2 down-scale (see downscale_x4.cpp).
+#include <cstdint>
+
+#include "filter/filter_kernels.h"
+#include "frame/neon.h"
+
+namespace tocra {
+
+// Sixteen outputs per step: 32 bytes of each row added pairwise into 16-bit
+// lanes (the second row accumulated onto the first), then one rounding
+// narrowing shift by 2. Block sums are at most 1020, so nothing saturates.
+// The plain row does the rest.
+void DownScaleRow_NEON(const uint8_t* s0, const uint8_t* s1, uint8_t* dst, int cols) {
+    int x = 0;
+    for (; x + 16 <= cols; x += 16) {
+        const uint16x8_t lo = vpadalq_u8(vpaddlq_u8(vld1q_u8(s0 + 2 * x)), vld1q_u8(s1 + 2 * x));
+        const uint16x8_t hi = vpadalq_u8(vpaddlq_u8(vld1q_u8(s0 + 2 * x + 16)), vld1q_u8(s1 + 2 * x + 16));
+        vst1q_u8(dst + x, vcombine_u8(vrshrn_n_u16(lo, 2), vrshrn_n_u16(hi, 2)));
+    }
+    DownScaleRow_C(s0 + 2 * x, s1 + 2 * x, dst + x, cols - x);
+}
+
+}  // namespace tocra
