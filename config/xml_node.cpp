@@ -337,6 +337,15 @@ int FindOrder(const XMLNodeData* d, XMLElementType t, int i) {
     return -1;
 }
 
+// Index of the first item for which match holds, or -1.
+template <typename T, typename Match>
+int FindFirst(const tocra_xml::Array<T>& a, Match match) {
+    for (size_t k = 0; k < a.size; ++k) {
+        if (match(a[k])) return static_cast<int>(k);
+    }
+    return -1;
+}
+
 // Takes child out of its parent's lists (the parent's reference goes with
 // it: the caller holds its own).
 void Unlink(XMLNodeData* child) {
@@ -470,10 +479,8 @@ XMLAttribute XMLNode::updateAttribute(XMLCSTR newValue, XMLCSTR newName, int i) 
 
 XMLAttribute XMLNode::updateAttribute(XMLCSTR newValue, XMLCSTR newName, XMLCSTR oldName) {
     if (d == nullptr || oldName == nullptr) return {nullptr, nullptr};
-    for (size_t k = 0; k < d->attributes.size; ++k) {
-        if (NameEquals(d->attributes[k].name, oldName)) return updateAttribute(newValue, newName, Count(k));
-    }
-    return addAttribute(newName ? newName : oldName, newValue);
+    const int k = FindFirst(d->attributes, [&](const tocra_xml::OwnedAttr& a) { return NameEquals(a.name, oldName); });
+    return k >= 0 ? updateAttribute(newValue, newName, k) : addAttribute(newName ? newName : oldName, newValue);
 }
 
 XMLCSTR XMLNode::updateText(XMLCSTR newText, int i) {
@@ -488,10 +495,8 @@ XMLCSTR XMLNode::updateText(XMLCSTR newText, int i) {
 
 XMLCSTR XMLNode::updateText(XMLCSTR newText, XMLCSTR oldText) {
     if (d == nullptr || newText == nullptr) return nullptr;
-    for (size_t k = 0; k < d->texts.size; ++k) {
-        if (d->texts[k] == oldText) return updateText(newText, Count(k));
-    }
-    return addText(newText);
+    const int k = FindFirst(d->texts, [&](const char* t) { return t == oldText; });
+    return k >= 0 ? updateText(newText, k) : addText(newText);
 }
 
 XMLClear XMLNode::updateClear(XMLCSTR newValue, int i) {
@@ -530,12 +535,8 @@ void XMLNode::deleteAttribute(int i) {
 
 void XMLNode::deleteAttribute(XMLCSTR name) {
     if (d == nullptr || name == nullptr) return;
-    for (size_t k = 0; k < d->attributes.size; ++k) {
-        if (NameEquals(d->attributes[k].name, name)) {
-            deleteAttribute(Count(k));
-            return;
-        }
-    }
+    const int k = FindFirst(d->attributes, [&](const tocra_xml::OwnedAttr& a) { return NameEquals(a.name, name); });
+    if (k >= 0) deleteAttribute(k);
 }
 
 void XMLNode::deleteText(int i) {
@@ -547,12 +548,8 @@ void XMLNode::deleteText(int i) {
 
 void XMLNode::deleteText(XMLCSTR text) {
     if (d == nullptr || text == nullptr) return;
-    for (size_t k = 0; k < d->texts.size; ++k) {
-        if (d->texts[k] == text) {
-            deleteText(Count(k));
-            return;
-        }
-    }
+    const int k = FindFirst(d->texts, [&](const char* t) { return t == text; });
+    if (k >= 0) deleteText(k);
 }
 
 void XMLNode::deleteClear(int i) {
@@ -564,10 +561,6 @@ void XMLNode::deleteClear(int i) {
 
 void XMLNode::deleteClear(XMLCSTR value) {
     if (d == nullptr || value == nullptr) return;
-    for (size_t k = 0; k < d->clears.size; ++k) {
-        if (d->clears[k].value == value) {
-            deleteClear(Count(k));
-            return;
-        }
-    }
+    const int k = FindFirst(d->clears, [&](const tocra_xml::OwnedClear& c) { return c.value == value; });
+    if (k >= 0) deleteClear(k);
 }
