@@ -1,7 +1,6 @@
 // ParseXML_TocraAPI: loads "<dir>brimvel.xml" into the process-wide reader
 // and fills the pipeline's 97-byte configuration record.
 #include <cstdio>
-#include <new>
 
 #include "config/xml_config.h"
 #include "frame/entry_guard.h"
@@ -33,7 +32,14 @@ int ParseXml(tagST_XML_PARSE_REQUEST* request) {
     // name: answered as a file that cannot be loaded.
     char fileName[256];
     const int n = snprintf(fileName, sizeof fileName, "%sbrimvel.xml", request->path);
-    if (n < 0 || n >= static_cast<int>(sizeof fileName) || !g_xmlConfig.LoadConfig(fileName)) {
+    bool noMemory = false;
+    if (n < 0 || n >= static_cast<int>(sizeof fileName) || !XmlConfigAccess::Load(g_xmlConfig, fileName, &noMemory)) {
+        // The document being read is released, and the reader is left with
+        // nothing loaded.
+        if (noMemory) {
+            TOCRA_LOGE("ParseXML_TocraAPI malloc failed\n");
+            return TOCRA_NO_MEMORY;
+        }
         TOCRA_LOGI("xml XmlConfig.LoadConfig failed\n");
         return TOCRA_CONFIG_NOT_LOADED;
     }
@@ -68,16 +74,7 @@ int ParseXml(tagST_XML_PARSE_REQUEST* request) {
 
 }  // namespace
 
-// The parser keeps the document in the standard containers, which report an
-// exhausted heap by throwing std::bad_alloc: it stops here and is answered
-// as an allocation failure. The document being read is released as the
-// exception unwinds, and the reader is left with nothing loaded.
 extern "C" int ParseXML_TocraAPI(tagST_XML_PARSE_REQUEST* request) {
     TOCRA_ONE_CALL_AT_A_TIME("ParseXML_TocraAPI");
-    try {
-        return ParseXml(request);
-    } catch (const std::bad_alloc&) {
-        TOCRA_LOGE("ParseXML_TocraAPI malloc failed\n");
-        return TOCRA_NO_MEMORY;
-    }
+    return ParseXml(request);
 }

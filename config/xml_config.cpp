@@ -4,8 +4,10 @@
 
 #include <cstddef>
 #include <cstring>
-#include <sstream>
+#include <cstdlib>
+#include <limits>
 
+#include "config/xml_internal.h"
 #include "frame/log.h"
 
 XmlConfig::XmlConfig() : m_root(XMLNode::emptyNode()) { memset_s(m_path, sizeof m_path, 0, sizeof m_path); }
@@ -21,14 +23,19 @@ XmlConfig& XmlConfig::operator=(const XmlConfig& other) {
 }
 
 int XmlConfig::LoadConfig(const char* path) {
+    bool noMemory;
+    return Load(path, &noMemory);
+}
+
+int XmlConfig::Load(const char* path, bool* noMemory) {
+    *noMemory = false;
     if (path == nullptr || strnlen(path, sizeof m_path) > sizeof m_path - 1) return 0;
     if (strcmp(path, m_path) == 0) return m_root.isEmpty() ? 0 : 1;  // loaded already: not read again
-    // Forgotten before reading: a read that ends early (an allocation that
-    // fails inside the parser) leaves nothing loaded, and the next call with
-    // this path reads the file again.
+    // Forgotten before reading: a read that runs out of memory leaves
+    // nothing loaded, and the next call with this path reads the file again.
     m_root = XMLNode::emptyNode();
     memset_s(m_path, sizeof m_path, 0, sizeof m_path);
-    m_root = XMLNode::openFileHelper(path, nullptr);
+    m_root = tocra_xml::OpenFile(path, nullptr, noMemory);
     if (m_root.isEmpty()) return 0;
     strcpy_s(m_path, sizeof m_path, path);
     return 1;
@@ -78,13 +85,92 @@ const char* XmlConfig::GetString(const char* path, const char* def) {
 
 namespace {
 
+// Values are taken as a standard input stream in the "C" locale takes them
+// with operator>>: white space skipped, then the longest prefix of the
+// number's grammar. A value that does not read, or lies outside its type,
+// ends the reading; the next value starts where the last one stopped.
+
+inline bool IsStreamSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+inline bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// Integers: optional sign and decimal digits. An unsigned type takes a
+// minus sign by wrapping the magnitude (as the stream does); a signed one
+// must hold the value.
+template <typename T>
+bool ReadInteger(const char** text, T* out) {
+    const char* p = *text;
+    while (IsStreamSpace(*p)) ++p;
+    const bool negative = *p == '-';
+    if (*p == '-' || *p == '+') ++p;
+    const unsigned long long limit =
+        std::numeric_limits<T>::is_signed
+            ? (negative ? static_cast<unsigned long long>(std::numeric_limits<T>::max()) + 1
+                        : static_cast<unsigned long long>(std::numeric_limits<T>::max()))
+            : static_cast<unsigned long long>(std::numeric_limits<T>::max());
+    unsigned long long magnitude = 0;
+    bool overflow = false, digits = false;
+    for (; IsDigit(*p); ++p) {
+        digits = true;
+        const unsigned d = static_cast<unsigned>(*p - '0');
+        if (magnitude > (limit - d) / 10) overflow = true;
+        else magnitude = magnitude * 10 + d;
+    }
+    *text = p;
+    if (!digits || overflow) return false;
+    // Two's complement wrap, as the stream computes -magnitude in T's width.
+    *out = static_cast<T>(negative ? 0ULL - magnitude : magnitude);
+    return true;
+}
+
+// Floats: the stream gathers an optional sign, digits with at most one
+// decimal point, and an exponent ('e' or 'E' after at least one digit, an
+// optional sign, digits), then converts what it gathered as a whole, which
+// must read completely and stay finite. strtof reads the same span; where it
+// would read further (a hexadecimal "0x..."), the span is a run of zeros.
+bool ReadFloat(const char** text, float* out) {
+    const char* p = *text;
+    while (IsStreamSpace(*p)) ++p;
+    const char* start = p;
+    if (*p == '-' || *p == '+') ++p;
+    bool mantissa = false, point = false, exponent = false;
+    for (;; ++p) {
+        if (IsDigit(*p)) {
+            mantissa = true;
+        } else if (*p == '.' && !point && !exponent) {
+            point = true;
+        } else if ((*p == 'e' || *p == 'E') && !exponent && mantissa) {
+            exponent = true;
+            if (p[1] == '+' || p[1] == '-') ++p;
+        } else {
+            break;
+        }
+    }
+    *text = p;
+    if (p == start) return false;
+    char* end = nullptr;
+    float v = strtof(start, &end);
+    if (end > p) {
+        if (!mantissa) return false;
+        v = *start == '-' ? -0.0f : 0.0f;
+    } else if (end != p) {
+        return false;
+    }
+    if (v == std::numeric_limits<float>::infinity() || v == -std::numeric_limits<float>::infinity()) return false;
+    *out = v;
+    return true;
+}
+
+inline bool ReadValue(const char** text, short* out) { return ReadInteger(text, out); }
+inline bool ReadValue(const char** text, int* out) { return ReadInteger(text, out); }
+inline bool ReadValue(const char** text, unsigned int* out) { return ReadInteger(text, out); }
+inline bool ReadValue(const char** text, float* out) { return ReadFloat(text, out); }
+
 template <typename T>
 int ReadVector(const char* text, T* out, int count) {
     if (text == nullptr) return 0;
-    std::istringstream in(text);
     for (int i = 0; i < count; ++i) {
         T v;
-        if (!(in >> v)) break;
+        if (!ReadValue(&text, &v)) break;
         out[i] = v;
     }
     return 1;

@@ -41,10 +41,19 @@ public:
     int GetVectorFloat(const char* path, float* out, int count);
 
 private:
+    friend struct XmlConfigAccess;
+    // LoadConfig, telling an exhausted heap (*noMemory) apart from a file
+    // that does not load.
+    int Load(const char* path, bool* noMemory);
     const char* FirstText(const char* path);
 
     XMLNode m_root;
     char m_path[256];
+};
+
+// For the library's entry point: loads and reports an exhausted heap.
+struct XmlConfigAccess {
+    static int Load(XmlConfig& cfg, const char* path, bool* noMemory) { return cfg.Load(path, noMemory); }
 };
 
 extern "C" {

@@ -9,16 +9,19 @@
 
 namespace tocra_xml {
 
-OwnedStr CopyStr(const char* s, size_t len) {
-    OwnedStr p(new char[len + 1]);
-    if (len > 0) memcpy(p.get(), s, len);
+char* CopyStr(const char* s, size_t len) {
+    char* p = static_cast<char*>(platform_malloc(len + 1));
+    if (p == nullptr) return nullptr;
+    if (len > 0) memcpy(p, s, len);
     p[len] = '\0';
     return p;
 }
 
-OwnedStr CopyStr(const char* s) {
-    if (s == nullptr) return nullptr;
-    return CopyStr(s, strlen(s));
+bool CopyOpt(const char* s, char** out) {
+    *out = nullptr;
+    if (s == nullptr) return true;
+    *out = CopyStr(s, strlen(s));
+    return *out != nullptr;
 }
 
 namespace {
@@ -42,35 +45,44 @@ const NamedEntity kNamed[] = {
 // Single-byte text takes 1 to 255 as that byte; the multi-byte encodings take
 // ASCII (1 to 127) only, as there is no table from code points to their
 // bytes here. Everything else becomes '?'.
-void AppendCodePoint(unsigned long cp, std::string& out) {
+size_t PutCodePoint(unsigned long cp, char* out) {
     const XMLCharEncoding enc = GlobalOptions().encoding;
+    char bytes[4];
+    size_t n;
     if (enc == char_encoding_UTF8) {
         if (cp == 0 || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) cp = 0xFFFD;
         if (cp < 0x80) {
-            out.push_back(static_cast<char>(cp));
+            bytes[0] = static_cast<char>(cp);
+            n = 1;
         } else if (cp < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+            bytes[0] = static_cast<char>(0xC0 | (cp >> 6));
+            bytes[1] = static_cast<char>(0x80 | (cp & 0x3F));
+            n = 2;
         } else if (cp < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+            bytes[0] = static_cast<char>(0xE0 | (cp >> 12));
+            bytes[1] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            bytes[2] = static_cast<char>(0x80 | (cp & 0x3F));
+            n = 3;
         } else {
-            out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+            bytes[0] = static_cast<char>(0xF0 | (cp >> 18));
+            bytes[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+            bytes[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            bytes[3] = static_cast<char>(0x80 | (cp & 0x3F));
+            n = 4;
         }
-        return;
+    } else {
+        const unsigned long limit = enc == char_encoding_legacy ? 0xFF : 0x7F;
+        bytes[0] = cp == 0 || cp > limit ? '?' : static_cast<char>(cp);
+        n = 1;
     }
-    const unsigned long limit = enc == char_encoding_legacy ? 0xFF : 0x7F;
-    out.push_back(cp == 0 || cp > limit ? '?' : static_cast<char>(cp));
+    if (out) memcpy(out, bytes, n);
+    return n;
 }
 
 // Decodes "&#...;" starting at s[0] == '&', s[1] == '#'. Returns the bytes
 // consumed, or 0 when the reference is malformed (no digits, or no ';'
-// right after them).
-size_t DecodeNumeric(const char* s, size_t len, std::string& out) {
+// right after them). *written gets the bytes put at out (null: none put).
+size_t DecodeNumeric(const char* s, size_t len, char* out, size_t* written) {
     size_t i = 2;
     int base = 10;
     if (i < len && (s[i] == 'x' || s[i] == 'X')) {
@@ -91,7 +103,7 @@ size_t DecodeNumeric(const char* s, size_t len, std::string& out) {
         if (value <= 0x10FFFF) value = value * static_cast<unsigned long>(base) + static_cast<unsigned long>(v);
     }
     if (digits == 0 || i >= len || s[i] != ';') return 0;
-    AppendCodePoint(value, out);
+    *written = PutCodePoint(value, out);
     return i + 1;
 }
 
@@ -118,26 +130,23 @@ bool NameEquals(const char* a, const char* b) {
     }
 }
 
-bool DecodeEntities(const char* s, size_t len, std::string& out, size_t* errOffset) {
-    out.clear();
-    out.reserve(len);
-    size_t i = 0;
+bool DecodeEntities(const char* s, size_t len, char* out, size_t* outLen, size_t* errOffset) {
+    size_t i = 0, o = 0;
     while (i < len) {
         const char* amp = static_cast<const char*>(memchr(s + i, '&', len - i));
-        if (amp == nullptr) {
-            out.append(s + i, len - i);
-            break;
-        }
-        const size_t at = static_cast<size_t>(amp - s);
-        out.append(s + i, at - i);
+        const size_t at = amp ? static_cast<size_t>(amp - s) : len;
+        if (out) memcpy(out + o, s + i, at - i);
+        o += at - i;
+        if (amp == nullptr) break;
         const size_t rest = len - at;
-        size_t used = 0;
+        size_t used = 0, written = 0;
         if (rest >= 2 && amp[1] == '#') {
-            used = DecodeNumeric(amp, rest, out);
+            used = DecodeNumeric(amp, rest, out ? out + o : nullptr, &written);
         } else {
             for (const NamedEntity& e : kNamed) {
                 if (rest >= e.len && NameEqualsN(amp, e.text, e.len)) {
-                    out.push_back(e.value);
+                    if (out) out[o] = e.value;
+                    written = 1;
                     used = e.len;
                     break;
                 }
@@ -147,8 +156,10 @@ bool DecodeEntities(const char* s, size_t len, std::string& out, size_t* errOffs
             if (errOffset) *errOffset = at;
             return false;
         }
+        o += written;
         i = at + used;
     }
+    if (outLen) *outLen = o;
     return true;
 }
 
@@ -212,16 +223,20 @@ XMLSTR XMLNode::fromXMLString(XMLCSTR s, int len, XMLError* error, int* errorOff
         return nullptr;
     }
     const size_t n = len < 0 ? strlen(s) : strnlen(s, static_cast<size_t>(len));
-    std::string out;
     size_t at = 0;
-    if (!tocra_xml::DecodeEntities(s, n, out, &at)) {
+    if (!tocra_xml::DecodeEntities(s, n, nullptr, nullptr, &at)) {
         if (error) *error = eXMLErrorUnknownCharacterEntity;
         if (errorOffset) *errorOffset = static_cast<int>(at);
         return nullptr;
     }
-    char* r = static_cast<char*>(platform_malloc(out.size() + 1));
-    if (r == nullptr) return nullptr;
-    memcpy(r, out.c_str(), out.size() + 1);
+    char* r = static_cast<char*>(platform_malloc(n + 1));
+    if (r == nullptr) {
+        if (error) *error = eXMLErrorOutOfMemory;
+        return nullptr;
+    }
+    size_t used = 0;
+    tocra_xml::DecodeEntities(s, n, r, &used, nullptr);
+    r[used] = '\0';
     return r;
 }
 

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 
 #include "config/xml_internal.h"
 
@@ -37,6 +35,13 @@ struct HeldComment {
 class Parser {
 public:
     explicit Parser(const char* text) : p_(text) {}
+    ~Parser() {
+        open_.Free();
+        run_.Free();
+        held_.Free();
+    }
+    Parser(const Parser&) = delete;
+    Parser& operator=(const Parser&) = delete;
 
     // Fills top with what the text holds.
     void Run(XMLNodeData* top);
@@ -59,14 +64,16 @@ private:
             toleratedPos = at;
         }
     }
-    XMLNodeData* Current() const { return open_.back(); }
+    void NoMemory() { Fail(eXMLErrorOutOfMemory, nullptr); }
+    XMLNodeData* Current() { return open_.Back(); }
 
     // Text runs: segments between markup, joined across comments that sit
     // in the middle of text when that option is on.
     void AddText(const char* start, size_t len);
     bool Significant(const char* s, size_t len) const;
     void FlushText();
-    bool Decode(const char* s, size_t len, std::string& out);
+    // Decodes into out (room for len bytes; null: only checks).
+    bool Decode(const char* s, size_t len, char* out, size_t* outLen);
 
     void ParseComment();
     void ParseClear(const char* open, const char* close);
@@ -79,10 +86,10 @@ private:
     bool ParseAttributes(XMLNodeData* node, const char* tagStart, bool declaration, bool* selfClosed);
 
     const char* p_;
-    std::vector<XMLNodeData*> open_;
-    std::vector<Segment> run_;
+    tocra_xml::Array<XMLNodeData*> open_{};
+    tocra_xml::Array<Segment> run_{};
     bool runSignificant_ = false;
-    std::vector<HeldComment> held_;
+    tocra_xml::Array<HeldComment> held_{};
     bool sawElement_ = false;
 };
 
@@ -94,36 +101,40 @@ bool Parser::Significant(const char* s, size_t len) const {
     return false;
 }
 
-bool Parser::Decode(const char* s, size_t len, std::string& out) {
+bool Parser::Decode(const char* s, size_t len, char* out, size_t* outLen) {
     size_t at = 0;
-    if (tocra_xml::DecodeEntities(s, len, out, &at)) return true;
+    if (tocra_xml::DecodeEntities(s, len, out, outLen, &at)) return true;
     Fail(eXMLErrorUnknownCharacterEntity, s + at);
     return false;
 }
 
 void Parser::AddText(const char* start, size_t len) {
-    std::string scratch;
-    if (!Decode(start, len, scratch)) return;  // references are checked in reading order
+    if (!Decode(start, len, nullptr, nullptr)) return;  // references are checked in reading order
+    if (!run_.Push({start, len})) return NoMemory();
     if (Significant(start, len)) {
-        held_.clear();  // the comments held so far sit in the middle of this text
+        held_.size = 0;  // the comments held so far sit in the middle of this text
         runSignificant_ = true;
     }
-    run_.push_back({start, len});
 }
 
 void Parser::FlushText() {
-    if (runSignificant_ && !run_.empty()) {
-        size_t first = 0, last = run_.size() - 1;
+    if (runSignificant_ && run_.size > 0) {
+        size_t first = 0, last = run_.size - 1;
         size_t headSkip = 0, tailLen = run_[last].len;
         if (GlobalOptions().dropWhiteSpace) {
             // Skip white space at the front of the run and at its back.
-            while (first < run_.size() && !Significant(run_[first].start, run_[first].len)) ++first;
+            while (first < run_.size && !Significant(run_[first].start, run_[first].len)) ++first;
             while (headSkip < run_[first].len && IsSpace(run_[first].start[headSkip])) ++headSkip;
             while (last > first && !Significant(run_[last].start, run_[last].len)) --last;
             tailLen = run_[last].len;
             while (tailLen > 0 && IsSpace(run_[last].start[tailLen - 1])) --tailLen;
         }
-        std::string text, piece;
+        // Decoding never lengthens a piece: the joined text fits their sum.
+        size_t total = 0;
+        for (size_t k = first; k <= last; ++k) total += run_[k].len;
+        char* text = static_cast<char*>(platform_malloc(total + 1));
+        if (text == nullptr) return NoMemory();
+        size_t used = 0;
         for (size_t k = first; k <= last; ++k) {
             const char* s = run_[k].start;
             size_t n = (k == last) ? tailLen : run_[k].len;
@@ -131,14 +142,21 @@ void Parser::FlushText() {
                 s += headSkip;
                 n -= headSkip;
             }
-            if (!Decode(s, n, piece)) return;
-            text += piece;
+            size_t piece = 0;
+            if (!Decode(s, n, text + used, &piece)) {
+                platform_free(text);
+                return;
+            }
+            used += piece;
         }
-        Current()->AppendText(std::move(text));
+        text[used] = '\0';
+        if (!Current()->AppendText(text)) return NoMemory();
     }
-    for (const HeldComment& c : held_) Current()->AppendClear(c.start, c.len, "<!--", "-->");
-    run_.clear();
-    held_.clear();
+    for (size_t k = 0; k < held_.size; ++k) {
+        if (!Current()->AppendClear(held_[k].start, held_[k].len, "<!--", "-->")) return NoMemory();
+    }
+    run_.size = 0;
+    held_.size = 0;
     runSignificant_ = false;
 }
 
@@ -148,10 +166,11 @@ void Parser::ParseComment() {
     if (end == nullptr) return Fail(eXMLErrorUnmatchedEndClearTag, p_);
     const size_t len = static_cast<size_t>(end - body);
     if (GlobalOptions().removeCommentsInMiddleOfText && runSignificant_) {
-        held_.push_back({body, len});  // dropped if more text follows
+        if (!held_.Push({body, len})) return NoMemory();  // dropped if more text follows
     } else {
         FlushText();
-        Current()->AppendClear(body, len, "<!--", "-->");
+        if (fatal != eXMLErrorNone) return;
+        if (!Current()->AppendClear(body, len, "<!--", "-->")) return NoMemory();
     }
     p_ = end + 3;
 }
@@ -161,7 +180,8 @@ void Parser::ParseClear(const char* open, const char* close) {
     const char* end = strstr(body, close);
     if (end == nullptr) return Fail(eXMLErrorUnmatchedEndClearTag, p_);
     FlushText();
-    Current()->AppendClear(body, static_cast<size_t>(end - body), open, close);
+    if (fatal != eXMLErrorNone) return;
+    if (!Current()->AppendClear(body, static_cast<size_t>(end - body), open, close)) return NoMemory();
     p_ = end + strlen(close);
 }
 
@@ -187,13 +207,14 @@ void Parser::ParseEndTag() {
     if (*q == '\0') return Fail(eXMLErrorMissingEndOfTag, tagStart);
     if (*q != '>') return Fail(eXMLErrorUnexpectedToken, q);
     FlushText();
+    if (fatal != eXMLErrorNone) return;
     // The innermost open element of that name; elements inside it that are
     // still open close here too (tolerated).
-    for (size_t k = open_.size() - 1; k > 0; --k) {
-        const char* n = open_[k]->name.get();
+    for (size_t k = open_.size - 1; k > 0; --k) {
+        const char* n = open_[k]->name;
         if (NameEqualsN(n, name, len) && n[len] == '\0') {
-            if (k != open_.size() - 1) Tolerate(eXMLErrorMissingEndTag, tagStart);
-            open_.resize(k);
+            if (k != open_.size - 1) Tolerate(eXMLErrorMissingEndTag, tagStart);
+            open_.size = k;
             p_ = q + 1;
             return;
         }
@@ -203,7 +224,6 @@ void Parser::ParseEndTag() {
 
 bool Parser::ParseAttributes(XMLNodeData* node, const char* tagStart, bool declaration, bool* selfClosed) {
     const char* q = p_;
-    std::string value;
     for (;;) {
         while (IsSpace(*q)) ++q;
         if (*q == '\0') {
@@ -235,7 +255,10 @@ bool Parser::ParseAttributes(XMLNodeData* node, const char* tagStart, bool decla
         while (IsSpace(*q)) ++q;
         if (*q != '=') {
             q = afterName;  // a bare attribute: set, without a value
-            node->AppendAttribute(name, nameLen, nullptr);
+            if (!node->AppendAttribute(name, nameLen, nullptr)) {
+                NoMemory();
+                return false;
+            }
             continue;
         }
         ++q;
@@ -261,8 +284,19 @@ bool Parser::ParseAttributes(XMLNodeData* node, const char* tagStart, bool decla
                 return false;
             }
         }
-        if (!Decode(vstart, vlen, value)) return false;
-        node->AppendAttribute(name, nameLen, &value);
+        if (!Decode(vstart, vlen, nullptr, nullptr)) return false;
+        char* value = static_cast<char*>(platform_malloc(vlen + 1));
+        if (value == nullptr) {
+            NoMemory();
+            return false;
+        }
+        size_t used = 0;
+        Decode(vstart, vlen, value, &used);
+        value[used] = '\0';
+        if (!node->AppendAttribute(name, nameLen, value)) {
+            NoMemory();
+            return false;
+        }
     }
 }
 
@@ -273,18 +307,21 @@ void Parser::ParseStartTag(bool declaration) {
     while (!EndsName(*q)) ++q;
     if (q == name) return Fail(eXMLErrorMissingTagName, tagStart);
     FlushText();
+    if (fatal != eXMLErrorNone) return;
     // A declaration keeps its '?' in its name: "?xml".
     const char* stored = declaration ? name - 1 : name;
     XMLNodeData* node = Current()->AppendChild(stored, static_cast<size_t>(q - stored), declaration ? 1 : 0);
+    if (node == nullptr) return NoMemory();
     if (!declaration) sawElement_ = true;
     p_ = q;
     bool selfClosed = false;
     if (!ParseAttributes(node, tagStart, declaration, &selfClosed)) return;
-    if (!selfClosed) open_.push_back(node);
+    if (!selfClosed && !open_.Push(node)) NoMemory();
 }
 
 void Parser::Run(XMLNodeData* top) {
-    open_.assign(1, top);
+    open_.size = 0;
+    if (!open_.Push(top)) return NoMemory();
     while (*p_ != '\0' && fatal == eXMLErrorNone) {
         if (*p_ != '<') {
             const char* start = p_;
@@ -308,7 +345,7 @@ void Parser::Run(XMLNodeData* top) {
     if (fatal != eXMLErrorNone) return;
     FlushText();
     if (fatal != eXMLErrorNone) return;
-    if (open_.size() > 1) Tolerate(eXMLErrorMissingEndTag, p_);
+    if (open_.size > 1) Tolerate(eXMLErrorMissingEndTag, p_);
     if (!sawElement_) Tolerate(eXMLErrorNoElements, p_);
 }
 
@@ -347,6 +384,10 @@ XMLNode XMLNode::parseString(XMLCSTR text, XMLCSTR tag, XMLResults* results) {
         return XMLNode();
     }
     XMLNode top(XMLNodeData::Create(nullptr, 0));
+    if (top.d == nullptr) {
+        SetResults(results, eXMLErrorOutOfMemory, nullptr, nullptr);
+        return XMLNode();
+    }
     Parser parser(text);
     parser.Run(top.d);
     if (parser.fatal != eXMLErrorNone) {
@@ -354,8 +395,8 @@ XMLNode XMLNode::parseString(XMLCSTR text, XMLCSTR tag, XMLResults* results) {
         return XMLNode();
     }
     XMLNode result = top;
-    if (top.d->children.size() == 1 && top.d->order.size() == 1 && !top.d->children[0].isDeclaration())
-        result = top.d->children[0];
+    if (top.d->children.size == 1 && top.d->order.size == 1 && !top.d->children[0]->isDeclaration)
+        result = top.getChildNode(0);
     if (tag && *tag && !tocra_xml::NameEquals(result.getName(), tag)) {
         XMLNode inner = result.getChildNode(tag);
         if (inner.isEmpty()) {
@@ -387,19 +428,14 @@ XMLNode XMLNode::parseFile(XMLCSTR path, XMLCSTR tag, XMLResults* results) {
     char* buf = nullptr;
     size_t got = 0;
     bool ok = size >= 0 && fseek(f, 0, SEEK_SET) == 0;
-    // The text is held for the length of the parse and released however it
-    // ends. A heap too small for it is reported as the parser's containers
-    // report theirs, with std::bad_alloc (once the file is closed).
-    std::unique_ptr<char[]> text;
+    // The text is held for the length of the parse only.
     if (ok) {
-        text.reset(new (std::nothrow) char[static_cast<size_t>(size) + 4]);
-        if (text == nullptr) {
+        buf = static_cast<char*>(platform_malloc(static_cast<size_t>(size) + 4));
+        if (buf == nullptr) {
             fclose(f);
-            throw std::bad_alloc();
+            SetResults(results, eXMLErrorOutOfMemory, nullptr, nullptr);
+            return XMLNode();
         }
-        buf = text.get();
-    }
-    if (ok) {
         got = fread(buf, 1, static_cast<size_t>(size), f);
         // Whole means exactly size bytes and then the end: a directory, or a
         // file that changed under us, fails here.
@@ -407,6 +443,7 @@ XMLNode XMLNode::parseFile(XMLCSTR path, XMLCSTR tag, XMLResults* results) {
     }
     fclose(f);
     if (!ok) {
+        platform_free(buf);
         SetResults(results, eXMLErrorFileSeek, nullptr, nullptr);
         return XMLNode();
     }
@@ -418,10 +455,13 @@ XMLNode XMLNode::parseFile(XMLCSTR path, XMLCSTR tag, XMLResults* results) {
     } else if (got >= 2 && u[0] == 0xFF && u[1] == 0xFE && GlobalOptions().guessWideChar) {
         start += 2;
     }
-    return parseString(start, tag, results);
+    XMLNode node = parseString(start, tag, results);
+    platform_free(buf);
+    return node;
 }
 
-XMLNode XMLNode::openFileHelper(XMLCSTR path, XMLCSTR tag) {
+XMLNode tocra_xml::OpenFile(const char* path, const char* tag, bool* noMemory) {
+    *noMemory = false;
     if (path == nullptr) return XMLNode();
     FILE* f = fopen(path, "rb");
     if (f == nullptr) return XMLNode();
@@ -429,10 +469,18 @@ XMLNode XMLNode::openFileHelper(XMLCSTR path, XMLCSTR tag) {
     const size_t n = fread(head, 1, sizeof head, f);
     fclose(f);
     if (n < sizeof head) return XMLNode();  // configuration files are at least 200 bytes
-    const tocra_xml::Options o = GlobalOptions();
-    setGlobalOptions(guessCharEncoding(head, static_cast<int>(sizeof head), 1), o.guessWideChar, o.dropWhiteSpace,
-                     o.removeCommentsInMiddleOfText);
-    return parseFile(path, tag, nullptr);
+    const Options o = GlobalOptions();
+    XMLNode::setGlobalOptions(XMLNode::guessCharEncoding(head, static_cast<int>(sizeof head), 1), o.guessWideChar,
+                              o.dropWhiteSpace, o.removeCommentsInMiddleOfText);
+    XMLResults r{eXMLErrorNone, 0, 0};
+    XMLNode node = XMLNode::parseFile(path, tag, &r);
+    *noMemory = r.error == eXMLErrorOutOfMemory;
+    return node;
+}
+
+XMLNode XMLNode::openFileHelper(XMLCSTR path, XMLCSTR tag) {
+    bool noMemory;
+    return tocra_xml::OpenFile(path, tag, &noMemory);
 }
 
 XMLCSTR XMLNode::getError(XMLError error) {
@@ -450,6 +498,7 @@ XMLCSTR XMLNode::getError(XMLError error) {
         case eXMLErrorFileNotFound: return "File not found";
         case eXMLErrorFirstTagNotFound: return "First tag not found";
         case eXMLErrorUnknownCharacterEntity: return "Unknown character entity";
+        case eXMLErrorOutOfMemory: return "Out of memory";
     }
     return "Unknown error";
 }

@@ -4,11 +4,11 @@
 // handle shares the node, and the last handle to go frees the node and its
 // subtree. A failed lookup answers with the empty node (isEmpty() true), so
 // calls can be chained: root.getChildNode("a").getChildNode("b").getText().
-// Nothing in here prints or aborts; failures come back as the empty node plus
-// an XMLError in XMLResults. The one exception is an exhausted heap: building
-// a document (parseString, parseFile, openFileHelper and the add functions)
-// then throws std::bad_alloc, having released whatever it had built.
-// ParseXML_TocraAPI turns that into -1000.
+// Nothing in here prints, aborts or throws; failures come back as the empty
+// node plus an XMLError in XMLResults. An exhausted heap is one of them:
+// parsing then answers with the empty node and code 13, having released
+// whatever it had built (ParseXML_TocraAPI turns that into -1000), and the
+// building functions change nothing and answer as on the empty node.
 //
 // How the text is read (the rules a user may rely on):
 // - Elements: "<name attributes>" ... "</name>", or "<name attributes/>".
@@ -52,11 +52,12 @@
 //      without digits, or digits not followed by ';'). A well-formed
 //      reference always decodes; see fromXMLString for the values the
 //      encoding cannot hold
+//   13 memory ran out (fromXMLString reports it too)
 // Line and column (both from 1, multi-byte characters counted once) are
 // those of the start of the offending construct for codes 4 to 8 and 12; for
 // code 1 those of the end tag that closed the open element, or of the end of
 // the text; for code 2 those of the end of the text. Codes that do not belong to a
-// place in the text (3, 9, 10, 11) and success report line 0, column 0.
+// place in the text (3, 9, 10, 11, 13) and success report line 0, column 0.
 //
 // Encoding and options are process-wide (see setGlobalOptions) and not
 // guarded: do not parse on two threads at once.
@@ -84,7 +85,8 @@ enum XMLError {
     eXMLErrorNoXMLText = 9,
     eXMLErrorFileNotFound = 10,
     eXMLErrorFirstTagNotFound = 11,
-    eXMLErrorUnknownCharacterEntity = 12
+    eXMLErrorUnknownCharacterEntity = 12,
+    eXMLErrorOutOfMemory = 13
 };
 
 enum XMLCharEncoding {
@@ -233,7 +235,8 @@ public:
     // the first len bytes of s (len < 0: up to the NUL). Returns a new
     // NUL-terminated string to release with freeXMLString, or null with
     // *error set to eXMLErrorUnknownCharacterEntity (and *errorOffset to the
-    // offset of the '&') when a reference is unknown or malformed.
+    // offset of the '&') when a reference is unknown or malformed, or to
+    // eXMLErrorOutOfMemory.
     // Well-formed numeric references whose value the current encoding cannot
     // hold decode to a stand-in: in UTF-8, 0, surrogates (D800 to DFFF) and
     // values above 10FFFF give U+FFFD (EF BF BD); in single-byte text, 0 and

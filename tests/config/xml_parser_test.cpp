@@ -397,6 +397,29 @@ TEST_F(Xml, ParseFileSkipsByteOrderMarks) {
     EXPECT_STREQ(n.getName(), "b");
 }
 
+TEST_F(Xml, FileTextEndsAtItsFirstNul) {
+    // The text is the file's bytes up to the first NUL: what follows one is
+    // never read, as if the file ended there.
+    tocra_test::TempDir dir;
+    XMLResults r;
+    XMLNode n = XMLNode::parseFile(dir.Write("a.xml", std::string("<a>x\0y</a>", 11)).c_str(), nullptr, &r);
+    EXPECT_EQ(r.error, eXMLErrorMissingEndTag);  // <a> closed at the end of the text
+    EXPECT_EQ(r.nLine, 1);
+    EXPECT_EQ(r.nColumn, 5);
+    EXPECT_STREQ(n.getName(), "a");
+    EXPECT_STREQ(n.getText(), "x");
+    EXPECT_EQ(n.nText(), 1);
+    // A NUL inside a tag leaves the tag open: the text ends inside it.
+    n = XMLNode::parseFile(dir.Write("b.xml", std::string("<a><b c='1\0'/></a>", 18)).c_str(), nullptr, &r);
+    EXPECT_TRUE(n.isEmpty());
+    EXPECT_EQ(r.error, eXMLErrorMissingEndOfTag);
+    EXPECT_EQ(r.nColumn, 4);
+    // A file that ends on its last byte, with no NUL of its own, reads whole.
+    n = XMLNode::parseFile(dir.Write("c.xml", "<a>7</a>").c_str(), nullptr, &r);
+    EXPECT_EQ(r.error, eXMLErrorNone);
+    EXPECT_STREQ(n.getText(), "7");
+}
+
 // ---- building and lifetime ----------------------------------------------------------------
 
 TEST_F(Xml, BuildingAndDeletingKeepTheOrderArray) {

@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <new>
 #include <set>
@@ -431,19 +432,56 @@ TEST(ExportedFunctionFaults, ScanAndParser) {
                  },
                  1});
 
-    // The C++ parser reports an exhausted heap with std::bad_alloc, and
-    // releases whatever it had built.
+    // The parser reports an exhausted heap as its own error code, having
+    // released whatever it had built.
     const std::string text =
         "<?xml version=\"1.0\"?><Config a=\"1\"><Face><Margin>100</Margin><!-- c --><![CDATA[x]]></Face>"
         "<T>&amp;&#65;</T></Config>";
     ExerciseAll({"XMLNode::parseString", [] {},
                  [&] {
-                     try {
-                         XMLNode n = XMLNode::parseString(text.c_str(), nullptr, nullptr);
-                         return n.isEmpty() ? 1 : 0;
-                     } catch (const std::bad_alloc&) {
+                     XMLResults r{eXMLErrorNone, -1, -1};
+                     XMLNode n = XMLNode::parseString(text.c_str(), nullptr, &r);
+                     if (r.error == eXMLErrorOutOfMemory && n.isEmpty() && r.nLine == 0 && r.nColumn == 0)
+                         return -1000;
+                     return n.isEmpty() ? 1 : static_cast<int>(r.error);
+                 },
+                 [] { return Buffers{}; }, [] { return true; },
+                 [](const std::string& what, size_t size) -> Outcome {
+                     if (what != "alloc") return Unexpected(what, size);
+                     return {-1000, 0, "", Outcome::kAny};
+                 }});
+
+    // Building: a step that runs out of memory changes nothing and answers
+    // as on the empty node; the tree built so far stays whole.
+    ExerciseAll({"XMLNode building", [] {},
+                 [] {
+                     XMLNode top = XMLNode::createXMLTopNode("Config");
+                     if (top.isEmpty()) return -1000;
+                     XMLNode face = top.addChild("Face");
+                     if (face.isEmpty()) return top.nElement() == 0 ? -1000 : 2;
+                     const int before = face.nElement();
+                     bool ok = face.addAttribute("a", "1").lpszName != nullptr;
+                     ok = ok && face.addText("100") != nullptr;
+                     ok = ok && face.addClear("x").lpszValue != nullptr;
+                     ok = ok && face.updateText("200", 0) != nullptr;
+                     ok = ok && face.updateAttribute("2", nullptr, 0).lpszValue != nullptr;
+                     if (!ok) {
+                         // Whatever was added before the failing step is there, in order.
+                         const int n = face.nElement();
+                         if (n < before || n > before + 3) return 3;
+                         if (n >= 2 && strcmp(face.getText(0), "100") != 0 && strcmp(face.getText(0), "200") != 0)
+                             return 4;
                          return -1000;
                      }
+                     XMLError e = eXMLErrorNone;
+                     char* s = XMLNode::fromXMLString("&amp;&#65;", -1, &e);
+                     if (s == nullptr) return e == eXMLErrorOutOfMemory ? -1000 : 5;
+                     const bool same = strcmp(s, "&A") == 0;
+                     XMLNode::freeXMLString(s);
+                     return same && top.nChildNode() == 1 && face.nElement() == 3 && strcmp(face.getText(), "200") == 0 &&
+                                    strcmp(face.getAttribute("a"), "2") == 0
+                                ? 0
+                                : 6;
                  },
                  [] { return Buffers{}; }, [] { return true; },
                  [](const std::string& what, size_t size) -> Outcome {
