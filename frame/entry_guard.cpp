@@ -2,15 +2,13 @@
 
 #include <pthread.h>
 
-#include <mutex>
-
 #include "frame/log.h"
 
 namespace {
 
 // The thread inside an entry point and how deeply it is nested; depth 0:
 // none. The mutex only guards these two words, never a call.
-std::mutex g_mutex;
+pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_t g_owner;
 int g_depth = 0;
 
@@ -19,21 +17,21 @@ int g_depth = 0;
 namespace tocra {
 
 EntryGuard::EntryGuard(const char* name) : entered_(false) {
-    {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        if (g_depth == 0 || pthread_equal(g_owner, pthread_self())) {
-            g_owner = pthread_self();
-            ++g_depth;
-            entered_ = true;
-        }
+    pthread_mutex_lock(&g_mutex);
+    if (g_depth == 0 || pthread_equal(g_owner, pthread_self())) {
+        g_owner = pthread_self();
+        ++g_depth;
+        entered_ = true;
     }
+    pthread_mutex_unlock(&g_mutex);
     if (!entered_) TOCRA_LOGE("%s refused: another entry point is running\n", name);
 }
 
 EntryGuard::~EntryGuard() {
     if (!entered_) return;
-    std::lock_guard<std::mutex> lock(g_mutex);
+    pthread_mutex_lock(&g_mutex);
     --g_depth;
+    pthread_mutex_unlock(&g_mutex);
 }
 
 }  // namespace tocra

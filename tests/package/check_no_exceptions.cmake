@@ -8,17 +8,6 @@
 # Run as: cmake -DNM=<nm> -DARCHIVE=<static library> -P check_no_exceptions.cmake
 cmake_minimum_required(VERSION 3.18)
 
-# Objects of other folders that still do, allowed for now by archive member
-# name. Each entry goes once its object is clean; the list is meant to end
-# up empty (an entry the archive no longer needs is reported below).
-set(allowed_for_now
-  # filter/box_sum_v.cpp: the vertical box pass's plain form on std::vector
-  box_sum_v.cpp.o
-  # frame/entry_guard.cpp: std::mutex, whose lock() throws std::system_error
-  # when pthread_mutex_lock fails
-  entry_guard.cpp.o
-)
-
 execute_process(COMMAND ${NM} -A -u ${ARCHIVE} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "${NM} failed on ${ARCHIVE}: ${err}")
@@ -35,9 +24,6 @@ foreach(line IN LISTS lines)
   set(sym ${CMAKE_MATCH_2})
   if(sym MATCHES "^_Zn[wa]" OR sym MATCHES "^__cxa_(throw|begin_catch|allocate_exception)$"
      OR sym MATCHES "^_ZSt[0-9]+__throw_")
-    if(member IN_LIST allowed_for_now)
-      continue()
-    endif()
     list(APPEND offenders ${member})
     string(APPEND report "  ${member}: ${sym}\n")
   endif()
