@@ -311,6 +311,13 @@ void WarpPairs(const WarpJob& job) {
     });
 }
 
+// A call whose texels would leave the source: the line of the other range
+// checks.
+int Refused(const char* func) {
+    TOCRA_LOGE(kRangeLine, func);
+    return TOCRA_NULL_POINTER;
+}
+
 bool ValidScratch(const char* func, const unsigned char* scratch) {
     if (scratch != nullptr) return true;
     TOCRA_LOGE("%s invalid input: no column table\n", func);
@@ -344,10 +351,7 @@ extern "C" int AffineTransform_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC*
     if (!ValidWarp(func, WarpShape{true, false, false, FillKind::kMirror}, ref, src, dst, H, area))
         return TOCRA_NULL_POINTER;
     const WarpJob job = MakeJob(src, dst, H, area, nullptr, ref->width, ref->width >> 1, ref->height, false, false);
-    if (!PairsInside(job)) {
-        TOCRA_LOGE(kRangeLine, func);
-        return TOCRA_NULL_POINTER;
-    }
+    if (!PairsInside(job)) return Refused(func);
     WarpPairs(job);
     FillBlank3(dst, area->x, area->y, area->width, area->height);
     return TOCRA_OK;
@@ -361,10 +365,7 @@ extern "C" int AffineTransform_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* d
     if (!ValidWarp(func, WarpShape{false, false, false, FillKind::kCopy}, ref, src, dst, H, area))
         return TOCRA_NULL_POINTER;
     const WarpJob job = MakeJob(src, dst, H, area, nullptr, ref->width, ref->width, ref->height, true, false);
-    if (!PairsInside(job)) {
-        TOCRA_LOGE(kRangeLine, func);
-        return TOCRA_NULL_POINTER;
-    }
+    if (!PairsInside(job)) return Refused(func);
     FillBlank_NV12(dst, src, area->x, area->y, area->width, area->height);
     if (area->height <= 0) return TOCRA_OK;
     WarpPairs(job);
@@ -393,10 +394,7 @@ extern "C" int AffineTransform_neon_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_P
     FillColumnTable(table, area->x, static_cast<int>(static_cast<unsigned>(ref->width) / 8u));
     const WarpJob job = MakeJob(src, dst, H, area, table, ref->width, ref->width, ref->height, true, true);
     CopyFill fill{dst, src, area};
-    if (!RunWarpBands(job, CopyBorderNeon, nullptr, &fill)) {
-        TOCRA_LOGE(kRangeLine, func);
-        return TOCRA_NULL_POINTER;
-    }
+    if (!RunWarpBands(job, CopyBorderNeon, nullptr, &fill)) return Refused(func);
     return TOCRA_OK;
 }
 
@@ -412,10 +410,7 @@ extern "C" int AffineTransform_neon_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST
     float* table = reinterpret_cast<float*>(scratch);
     FillColumnTable(table, area->x, ref->width / 8);
     const WarpJob job = MakeJob(src, dst, H, area, table, ref->width, ref->width >> 1, ref->height, false, true);
-    if (!RunWarpBands(job, nullptr, LogOneBand, area)) {
-        TOCRA_LOGE(kRangeLine, func);
-        return TOCRA_NULL_POINTER;
-    }
+    if (!RunWarpBands(job, nullptr, LogOneBand, area)) return Refused(func);
     FillBlank3(dst, area->x, area->y, area->width, area->height);
     return TOCRA_OK;
 }
@@ -433,10 +428,7 @@ extern "C" int AffineTransform_neon_Stride_YUV420(tagST_PIC* ref, tagST_PIC* src
     float* table = reinterpret_cast<float*>(scratch);
     FillColumnTable(table, area->x, stride / 8);
     const WarpJob job = MakeJob(src, dst, H, area, table, stride, Pitch128(stride >> 1), ref->height, false, true);
-    if (!RunWarpBands(job, nullptr, nullptr, nullptr)) {
-        TOCRA_LOGE(kRangeLine, func);
-        return TOCRA_NULL_POINTER;
-    }
+    if (!RunWarpBands(job, nullptr, nullptr, nullptr)) return Refused(func);
     // Set after the check, so that a refused call leaves the records as
     // they were; the warp itself takes the pitches from the job.
     src->stride = stride;

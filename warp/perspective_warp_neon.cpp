@@ -92,34 +92,61 @@ void WarpRun_NEON(const WarpPlanes& p, int c0, int r, const int32_t* ix, const i
     }
 }
 
+// The mapping of a row's divisor runs, shared by the row and its check:
+// D starts at h6 x + h7 r + 1 and grows by 8 h6 after each reciprocal; the
+// four block starts of run k come from the column table.
+struct RowMapper {
+    float32x4_t h0, h3, rowX, rowY, h2, h5;
+    int32x4_t zero, maxX, maxY;
+    float denom, step;
+
+    // Blocks with 0 <= ix <= maxX and 0 <= iy <= maxY count as inside.
+    RowMapper(const float* H, int x, int r, int maxIx, int maxIy) {
+        const float rf = static_cast<float>(r);
+        step = 8.0f * H[6];
+        denom = H[6] * static_cast<float>(x) + H[7] * rf + 1.0f;
+        h0 = vdupq_n_f32(H[0]);
+        h3 = vdupq_n_f32(H[3]);
+        rowX = vdupq_n_f32(H[1] * rf);
+        rowY = vdupq_n_f32(H[4] * rf);
+        h2 = vdupq_n_f32(H[2]);
+        h5 = vdupq_n_f32(H[5]);
+        zero = vdupq_n_s32(0);
+        maxX = vdupq_n_s32(maxIx);
+        maxY = vdupq_n_s32(maxIy);
+    }
+
+    // Maps the next run; true when all four blocks are inside.
+    bool Next(const float* column, float32x4_t* sx, float32x4_t* sy, int32x4_t* ix, int32x4_t* iy) {
+        const float32x4_t qv = vdupq_n_f32(1.0f / denom);
+        denom += step;
+        const float32x4_t cv = vld1q_f32(column);
+        *sx = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h0, cv), rowX), h2), qv);
+        *sy = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h3, cv), rowY), h5), qv);
+        *ix = vcvtq_s32_f32(*sx);
+        *iy = vcvtq_s32_f32(*sy);
+        return AllSet(vandq_u32(vandq_u32(vcgeq_s32(*ix, zero), vcleq_s32(*ix, maxX)),
+                                vandq_u32(vcgeq_s32(*iy, zero), vcleq_s32(*iy, maxY))));
+    }
+
+    // The reciprocal held for the columns after the last whole run.
+    float TailReciprocal() const { return 1.0f / denom; }
+};
+
 }  // namespace
 
 void WarpRow_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
                   bool writeChroma) {
-    const float rf = static_cast<float>(r);
-    const float step = 8.0f * H[6];
-    float denom = H[6] * static_cast<float>(x) + H[7] * rf + 1.0f;
-    const float32x4_t h0 = vdupq_n_f32(H[0]), h3 = vdupq_n_f32(H[3]);
-    const float32x4_t rowX = vdupq_n_f32(H[1] * rf), rowY = vdupq_n_f32(H[4] * rf);
-    const float32x4_t h2 = vdupq_n_f32(H[2]), h5 = vdupq_n_f32(H[5]);
-    const float32x4_t f128 = vdupq_n_f32(128.0f);
     // A block uses columns ix .. ix + 2 and rows iy .. iy + 2, and the
     // vector path loads one texel more on the right.
-    const int32x4_t zero = vdupq_n_s32(0);
-    const int32x4_t maxX = vdupq_n_s32(p.pitch - 4), maxY = vdupq_n_s32(p.rows - 3);
+    RowMapper map(H, x, r, p.pitch - 4, p.rows - 3);
+    const float32x4_t f128 = vdupq_n_f32(128.0f);
     const int runs = w >> 3;
     for (int k = 0; k < runs; ++k) {
-        const float q = 1.0f / denom;
-        denom += step;
-        const float32x4_t cv = vld1q_f32(table + 4 * k);
-        const float32x4_t qv = vdupq_n_f32(q);
-        const float32x4_t sx = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h0, cv), rowX), h2), qv);
-        const float32x4_t sy = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h3, cv), rowY), h5), qv);
-        const int32x4_t ixv = vcvtq_s32_f32(sx), iyv = vcvtq_s32_f32(sy);
+        float32x4_t sx, sy;
+        int32x4_t ixv, iyv;
         const int c0 = x + 8 * k;
-        const uint32x4_t inside = vandq_u32(vandq_u32(vcgeq_s32(ixv, zero), vcleq_s32(ixv, maxX)),
-                                            vandq_u32(vcgeq_s32(iyv, zero), vcleq_s32(iyv, maxY)));
-        if (AllSet(inside)) {
+        if (map.Next(table + 4 * k, &sx, &sy, &ixv, &iyv)) {
             const uint32x4_t fx = vcvtq_u32_f32(vmulq_f32(vabsq_f32(vsubq_f32(sx, vcvtq_f32_s32(ixv))), f128));
             const uint32x4_t fy = vcvtq_u32_f32(vmulq_f32(vabsq_f32(vsubq_f32(sy, vcvtq_f32_s32(iyv))), f128));
             int32_t ix[4], iy[4];
@@ -134,33 +161,20 @@ void WarpRow_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool
         }
     }
     // Columns after the last whole run: the run's divisor, the plain blocks.
-    if ((w & 7) != 0) WarpBlocks_C(p, H, x + 8 * runs, x + w, r, 1.0f / denom, twoRows, writeChroma);
+    if ((w & 7) != 0) WarpBlocks_C(p, H, x + 8 * runs, x + w, r, map.TailReciprocal(), twoRows, writeChroma);
 }
 
 bool WarpRowInside_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
                         const float* table, bool writeChroma) {
-    const float rf = static_cast<float>(r);
-    const float step = 8.0f * H[6];
-    float denom = H[6] * static_cast<float>(x) + H[7] * rf + 1.0f;
-    const float32x4_t h0 = vdupq_n_f32(H[0]), h3 = vdupq_n_f32(H[3]);
-    const float32x4_t rowX = vdupq_n_f32(H[1] * rf), rowY = vdupq_n_f32(H[4] * rf);
-    const float32x4_t h2 = vdupq_n_f32(H[2]), h5 = vdupq_n_f32(H[5]);
     // Inside this rectangle a block's luma rows iy .. iy + 2, columns
-    // ix .. ix + 2 and its chroma sample are all inside the planes.
-    const int32x4_t zero = vdupq_n_s32(0);
-    const int32x4_t maxX = vdupq_n_s32(p.pitch - 3), maxY = vdupq_n_s32(p.rows - 3);
+    // ix .. ix + 2 and its chroma sample are all inside the planes; near
+    // its edges the blocks are checked one by one.
+    RowMapper map(H, x, r, p.pitch - 3, p.rows - 3);
     const int runs = w >> 3;
     for (int k = 0; k < runs; ++k) {
-        const float q = 1.0f / denom;
-        denom += step;
-        const float32x4_t cv = vld1q_f32(table + 4 * k);
-        const float32x4_t qv = vdupq_n_f32(q);
-        const float32x4_t sx = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h0, cv), rowX), h2), qv);
-        const float32x4_t sy = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h3, cv), rowY), h5), qv);
-        const int32x4_t ixv = vcvtq_s32_f32(sx), iyv = vcvtq_s32_f32(sy);
-        const uint32x4_t inside = vandq_u32(vandq_u32(vcgeq_s32(ixv, zero), vcleq_s32(ixv, maxX)),
-                                            vandq_u32(vcgeq_s32(iyv, zero), vcleq_s32(iyv, maxY)));
-        if (AllSet(inside)) continue;
+        float32x4_t sx, sy;
+        int32x4_t ixv, iyv;
+        if (map.Next(table + 4 * k, &sx, &sy, &ixv, &iyv)) continue;
         float sxs[4], sys[4];
         vst1q_f32(sxs, sx);
         vst1q_f32(sys, sy);
@@ -168,7 +182,7 @@ bool WarpRowInside_NEON(const WarpPlanes& p, const float* H, int x, int w, int r
             if (!BlockInside(p, sxs[b], sys[b], twoRows, writeChroma)) return false;
         }
     }
-    if ((w & 7) != 0) return BlocksInside_C(p, H, x + 8 * runs, x + w, r, 1.0f / denom, twoRows, writeChroma);
+    if ((w & 7) != 0) return BlocksInside_C(p, H, x + 8 * runs, x + w, r, map.TailReciprocal(), twoRows, writeChroma);
     return true;
 }
 
