@@ -66,6 +66,7 @@ brimvel_sources(BRIMVEL_REGISTRATION_SOURCES
 )
 brimvel_sources(BRIMVEL_WARP_SOURCES
   warp/border_fill.cpp
+  warp/border_fill_neon.cpp
   warp/border_mirror.cpp
   warp/perspective_warp.cpp
   warp/perspective_warp_neon.cpp

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,8 +13,17 @@
 
 extern "C" void* MultiThreadDataCopy(void* record) {
     const tagST_COPY_BAND* band = static_cast<const tagST_COPY_BAND*>(record);
+    if (band == nullptr) {
+        TOCRA_LOGE("MultiThreadDataCopy invalid input: no band record\n");
+        return nullptr;
+    }
     const int len = std::min(band->srcPitch, band->dstPitch);
     if (band->rows < 1 || len <= 0) return nullptr;
+    // A band that would copy through a null address copies nothing.
+    if (band->src == nullptr || band->dst == nullptr) {
+        TOCRA_LOGE("MultiThreadDataCopy invalid input: null plane\n");
+        return nullptr;
+    }
     const uint8_t* src = band->src;
     uint8_t* dst = band->dst;
     for (int r = 0; r < band->rows; ++r) {
@@ -28,6 +38,13 @@ extern "C" int imgDataCopy(const uint8_t* src, uint8_t* dst, int srcPitch, int h
     // Four bands of height / 4 rows; the last height % 4 rows belong to no
     // band and are not copied (callers pass multiples of four).
     const int q = height >> 2;
+    // A copy through a null address is refused before any thread starts;
+    // a call that copies nothing (no whole band, or no byte per row) runs
+    // as described.
+    if ((src == nullptr || dst == nullptr) && q >= 1 && std::min(srcPitch, dstPitch) > 0) {
+        TOCRA_LOGE("imgDataCopy invalid input: null plane\n");
+        return TOCRA_NULL_POINTER;
+    }
     tagST_COPY_BAND bands[4];
     pthread_t threads[4];
     bool started[4] = {false, false, false, false};
@@ -54,7 +71,17 @@ extern "C" int imgDataCopy(const uint8_t* src, uint8_t* dst, int srcPitch, int h
     return TOCRA_OK;
 }
 
+// A null thread function would be called by every thread started: refused
+// with -1 before anything is allocated or started (n < 1 starts nothing and
+// runs as described).
+static bool ValidThreadFunction(const char* func, void* (*fn)(void*), int n) {
+    if (fn != nullptr || n < 1) return true;
+    TOCRA_LOGE("%s invalid input: no thread function\n", func);
+    return false;
+}
+
 extern "C" int create_thread_lock(void* (*fn)(void*), void* arg, int n) {
+    if (!ValidThreadFunction("create_thread_lock", fn, n)) return -1;
     tagST_THREAD_RECORD* records =
         static_cast<tagST_THREAD_RECORD*>(platform_malloc(sizeof(tagST_THREAD_RECORD) * static_cast<size_t>(std::max(n, 1))));
     if (records == nullptr) {
@@ -102,6 +129,7 @@ void* RunOwned(void* p) {
 }  // namespace
 
 extern "C" int create_thread_unlock(void* (*fn)(void*), void* arg, int n) {
+    if (!ValidThreadFunction("create_thread_unlock", fn, n)) return -1;
     for (int i = 0; i < n; ++i) {
         OwnedRecord* owned = static_cast<OwnedRecord*>(platform_malloc(sizeof(OwnedRecord)));
         if (owned == nullptr) {
@@ -132,4 +160,13 @@ extern "C" int create_thread_unlock(void* (*fn)(void*), void* arg, int n) {
     return 0;
 }
 
-extern "C" int thread_wait(long thread) { return pthread_join(static_cast<pthread_t>(thread), nullptr); }
+// A zero handle names no thread (joining it would dereference nothing):
+// answered with ESRCH, what the join gives for a thread that does not
+// exist, and a line.
+extern "C" int thread_wait(long thread) {
+    if (thread == 0) {
+        TOCRA_LOGE("thread_wait invalid input: no thread\n");
+        return ESRCH;
+    }
+    return pthread_join(static_cast<pthread_t>(thread), nullptr);
+}

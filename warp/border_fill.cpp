@@ -7,23 +7,14 @@
 #include <cstring>
 
 #include "frame/log.h"
-#include "frame/neon.h"
 #include "warp/warp_internal.h"
 
-namespace {
+namespace tocra {
 
-using tocra::FlatOffset;
-
-// Where a fill takes its bytes: a constant, or the same place of another
-// plane.
-struct Source {
-    const uint8_t* plane;  // null: the constant
-    uint8_t value;
-};
-
-// Row copies: the plain form, and the vector form that moves 32 bytes (luma)
-// or 16 bytes (chroma) per step.
-void FillSpanPlain(uint8_t* dst, const Source& s, size_t offset, size_t n) {
+// Row copies: the plain form copies (or sets) the run with the C library;
+// the vector form (border_fill_neon.cpp) moves whole vectors and hands the
+// rest of the run to the plain form.
+void FillSpan_C(uint8_t* dst, const FillSource& s, size_t offset, size_t n) {
     if (n == 0) return;
     if (s.plane == nullptr) {
         memset(dst + offset, s.value, n);
@@ -32,23 +23,20 @@ void FillSpanPlain(uint8_t* dst, const Source& s, size_t offset, size_t n) {
     }
 }
 
-void FillSpanNeon(uint8_t* dst, const Source& s, size_t offset, size_t n) {
-    if (s.plane == nullptr) {
-        FillSpanPlain(dst, s, offset, n);
-        return;
-    }
-    uint8_t* d = dst + offset;
-    const uint8_t* p = s.plane + offset;
-    size_t i = 0;
-    for (; i + 32 <= n; i += 32) {
-        vst1q_u8(d + i, vld1q_u8(p + i));
-        vst1q_u8(d + i + 16, vld1q_u8(p + i + 16));
-    }
-    for (; i + 16 <= n; i += 16) vst1q_u8(d + i, vld1q_u8(p + i));
-    for (; i < n; ++i) d[i] = p[i];
+FillSpanFn DefaultFillSpan() {
+#if defined(BRIMVEL_PLAIN_ONLY)
+    return FillSpan_C;
+#else
+    return FillSpan_NEON;
+#endif
 }
 
-using SpanFn = void (*)(uint8_t*, const Source&, size_t, size_t);
+}  // namespace tocra
+
+namespace {
+
+using tocra::FillSource;
+using tocra::FlatOffset;
 
 // The rows of one fill: luma pitch `width`; planar chroma pitch width / 2,
 // NV12 chroma pitch `width`. Runs go to span(plane, offset, n) with plane 0
@@ -138,7 +126,7 @@ int64_t TopRows(tocra::FillKind kind, int y) {
 // Runs a checked fill.
 void Fill(tocra::FillKind kind, tagST_PIC* dst, const tagST_PIC* src, bool planar, int x, int y, int w, int h) {
     uint8_t* planes[3] = {dst->pY, dst->pU, planar ? dst->pV : nullptr};
-    Source sources[3];
+    FillSource sources[3];
     if (src != nullptr) {
         sources[0] = {src->pY, 0};
         sources[1] = {src->pU, 0};
@@ -148,7 +136,7 @@ void Fill(tocra::FillKind kind, tagST_PIC* dst, const tagST_PIC* src, bool plana
         sources[1] = {nullptr, 128};
         sources[2] = {nullptr, 128};
     }
-    const SpanFn fn = kind == tocra::FillKind::kCopyNeon ? FillSpanNeon : FillSpanPlain;
+    const tocra::FillSpanFn fn = kind == tocra::FillKind::kCopyNeon ? tocra::DefaultFillSpan() : tocra::FillSpan_C;
     auto span = [&](int plane, int64_t offset, int64_t n) {
         fn(planes[plane], sources[plane], static_cast<size_t>(offset), static_cast<size_t>(n));
     };

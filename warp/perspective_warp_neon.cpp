@@ -1,4 +1,4 @@
-// Vector perspective warp and its four-thread variants.
+// Vector rows of the perspective warp.
 //
 // The eight columns of one divisor run are four 2x2 blocks. Their top-left
 // positions come from the column table as one four-lane float vector, are
@@ -6,29 +6,17 @@
 // lanes. When all four blocks read well inside the source (the usual case)
 // their 3x3 texel neighbourhoods are gathered four texels per row and
 // blended in 16-bit lanes: eight luma outputs per row of the pair. A block
-// that reads near or beyond the plane's edge goes through the plain block
-// arithmetic, which keeps its reads inside the planes; both give the same
-// bytes wherever the plain warp reads inside the planes.
+// that reads near the plane's edge goes through the plain block arithmetic
+// (the vector path loads one texel more on the right); both give the same
+// bytes. The texel checks map the runs the same way and test whole runs
+// against the plane's rectangle, block by block only near the edges.
 #include <cstring>
 
 #include "frame/log.h"
 #include "frame/neon.h"
-#include "frame/picture.h"
 #include "warp/warp_internal.h"
 
 namespace tocra {
-
-void WarpBlockPlain(const WarpPlanes& p, int c, int r, float sx, float sy, bool twoRows, bool writeChroma);
-
-void FillColumnTable(float* table, int x, int count) {
-    float32x4_t v = {static_cast<float>(x), static_cast<float>(x + 2), static_cast<float>(x + 4),
-                     static_cast<float>(x + 6)};
-    const float32x4_t eight = vdupq_n_f32(8.0f);
-    for (int k = 0; k < count; ++k) {
-        vst1q_f32(table + 4 * k, v);
-        v = vaddq_f32(v, eight);
-    }
-}
 
 namespace {
 
@@ -52,7 +40,7 @@ inline bool AllSet(uint32x4_t m) {
 }
 
 // Four blocks at columns c0 .. c0 + 6, every texel inside the planes.
-void WarpRunVector(const WarpPlanes& p, int c0, int r, const int32_t* ix, const int32_t* iy, uint32x4_t fx,
+void WarpRun_NEON(const WarpPlanes& p, int c0, int r, const int32_t* ix, const int32_t* iy, uint32x4_t fx,
                    uint32x4_t fy, bool twoRows, bool writeChroma) {
     const int pitch = p.pitch;
     // Per texel row, each block's four texels ix .. ix + 3 in one 32-bit
@@ -104,174 +92,98 @@ void WarpRunVector(const WarpPlanes& p, int c0, int r, const int32_t* ix, const 
     }
 }
 
+// The mapping of a row's divisor runs, shared by the row and its check:
+// D starts at h6 x + h7 r + 1 and grows by 8 h6 after each reciprocal; the
+// four block starts of run k come from the column table.
+struct RowMapper {
+    float32x4_t h0, h3, rowX, rowY, h2, h5;
+    int32x4_t zero, maxX, maxY;
+    float denom, step;
+
+    // Blocks with 0 <= ix <= maxX and 0 <= iy <= maxY count as inside.
+    RowMapper(const float* H, int x, int r, int maxIx, int maxIy) {
+        const float rf = static_cast<float>(r);
+        step = 8.0f * H[6];
+        denom = H[6] * static_cast<float>(x) + H[7] * rf + 1.0f;
+        h0 = vdupq_n_f32(H[0]);
+        h3 = vdupq_n_f32(H[3]);
+        rowX = vdupq_n_f32(H[1] * rf);
+        rowY = vdupq_n_f32(H[4] * rf);
+        h2 = vdupq_n_f32(H[2]);
+        h5 = vdupq_n_f32(H[5]);
+        zero = vdupq_n_s32(0);
+        maxX = vdupq_n_s32(maxIx);
+        maxY = vdupq_n_s32(maxIy);
+    }
+
+    // Maps the next run; true when all four blocks are inside.
+    bool Next(const float* column, float32x4_t* sx, float32x4_t* sy, int32x4_t* ix, int32x4_t* iy) {
+        const float32x4_t qv = vdupq_n_f32(1.0f / denom);
+        denom += step;
+        const float32x4_t cv = vld1q_f32(column);
+        *sx = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h0, cv), rowX), h2), qv);
+        *sy = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h3, cv), rowY), h5), qv);
+        *ix = vcvtq_s32_f32(*sx);
+        *iy = vcvtq_s32_f32(*sy);
+        return AllSet(vandq_u32(vandq_u32(vcgeq_s32(*ix, zero), vcleq_s32(*ix, maxX)),
+                                vandq_u32(vcgeq_s32(*iy, zero), vcleq_s32(*iy, maxY))));
+    }
+
+    // The reciprocal held for the columns after the last whole run.
+    float TailReciprocal() const { return 1.0f / denom; }
+};
+
 }  // namespace
 
-void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
-                 bool writeChroma) {
-    const float rf = static_cast<float>(r);
-    const float step = 8.0f * H[6];
-    float denom = H[6] * static_cast<float>(x) + H[7] * rf + 1.0f;
-    const float32x4_t h0 = vdupq_n_f32(H[0]), h3 = vdupq_n_f32(H[3]);
-    const float32x4_t rowX = vdupq_n_f32(H[1] * rf), rowY = vdupq_n_f32(H[4] * rf);
-    const float32x4_t h2 = vdupq_n_f32(H[2]), h5 = vdupq_n_f32(H[5]);
-    const float32x4_t f128 = vdupq_n_f32(128.0f);
+void WarpRow_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+                  bool writeChroma) {
     // A block uses columns ix .. ix + 2 and rows iy .. iy + 2, and the
     // vector path loads one texel more on the right.
-    const int32x4_t zero = vdupq_n_s32(0);
-    const int32x4_t maxX = vdupq_n_s32(p.pitch - 4), maxY = vdupq_n_s32(p.rows - 3);
+    RowMapper map(H, x, r, p.pitch - 4, p.rows - 3);
+    const float32x4_t f128 = vdupq_n_f32(128.0f);
     const int runs = w >> 3;
     for (int k = 0; k < runs; ++k) {
-        const float q = 1.0f / denom;
-        denom += step;
-        const float32x4_t cv = vld1q_f32(table + 4 * k);
-        const float32x4_t qv = vdupq_n_f32(q);
-        const float32x4_t sx = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h0, cv), rowX), h2), qv);
-        const float32x4_t sy = vmulq_f32(vaddq_f32(vaddq_f32(vmulq_f32(h3, cv), rowY), h5), qv);
-        const int32x4_t ixv = vcvtq_s32_f32(sx), iyv = vcvtq_s32_f32(sy);
+        float32x4_t sx, sy;
+        int32x4_t ixv, iyv;
         const int c0 = x + 8 * k;
-        const uint32x4_t inside = vandq_u32(vandq_u32(vcgeq_s32(ixv, zero), vcleq_s32(ixv, maxX)),
-                                            vandq_u32(vcgeq_s32(iyv, zero), vcleq_s32(iyv, maxY)));
-        if (AllSet(inside)) {
+        if (map.Next(table + 4 * k, &sx, &sy, &ixv, &iyv)) {
             const uint32x4_t fx = vcvtq_u32_f32(vmulq_f32(vabsq_f32(vsubq_f32(sx, vcvtq_f32_s32(ixv))), f128));
             const uint32x4_t fy = vcvtq_u32_f32(vmulq_f32(vabsq_f32(vsubq_f32(sy, vcvtq_f32_s32(iyv))), f128));
             int32_t ix[4], iy[4];
             vst1q_s32(ix, ixv);
             vst1q_s32(iy, iyv);
-            WarpRunVector(p, c0, r, ix, iy, fx, fy, twoRows, writeChroma);
+            WarpRun_NEON(p, c0, r, ix, iy, fx, fy, twoRows, writeChroma);
         } else {
             float sxs[4], sys[4];
             vst1q_f32(sxs, sx);
             vst1q_f32(sys, sy);
-            for (int b = 0; b < 4; ++b) WarpBlockPlain(p, c0 + 2 * b, r, sxs[b], sys[b], twoRows, writeChroma);
+            for (int b = 0; b < 4; ++b) WarpBlock_C(p, c0 + 2 * b, r, sxs[b], sys[b], twoRows, writeChroma);
         }
     }
-    // Columns after the last whole run: the run's divisor, block by block.
-    if ((w & 7) != 0) {
-        const float q = 1.0f / denom;
-        for (int c = x + 8 * runs; c != x + w; c += 2) {
-            const float cf = static_cast<float>(c);
-            const float X = H[0] * cf + H[1] * rf + H[2];
-            const float Y = H[3] * cf + H[4] * rf + H[5];
-            WarpBlockPlain(p, c, r, X * q, Y * q, twoRows, writeChroma);
-        }
-    }
+    // Columns after the last whole run: the run's divisor, the plain blocks.
+    if ((w & 7) != 0) WarpBlocks_C(p, H, x + 8 * runs, x + w, r, map.TailReciprocal(), twoRows, writeChroma);
 }
 
-void WarpBand(const WarpJob& job, int band, int bands) {
-    const int bandH = job.h / bands;
-    const int start = job.y + band * bandH;
-    const int end = start + bandH;
-    // The previous band ended on a single row whose chroma row is ours too.
-    const bool sharedFirstChroma = band > 0 && (bandH & 1) != 0 && (start & 1) != 0;
-    int r = start;
-    for (; r + 1 < end; r += 2)
-        WarpRowNeon(job.planes, job.H, job.x, job.w, r, true, job.table, !(sharedFirstChroma && r == start));
-    if (r < end) WarpRowNeon(job.planes, job.H, job.x, job.w, r, false, job.table, !(sharedFirstChroma && r == start));
+bool WarpRowInside_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
+                        const float* table, bool writeChroma) {
+    // Inside this rectangle a block's luma rows iy .. iy + 2, columns
+    // ix .. ix + 2 and its chroma sample are all inside the planes; near
+    // its edges the blocks are checked one by one.
+    RowMapper map(H, x, r, p.pitch - 3, p.rows - 3);
+    const int runs = w >> 3;
+    for (int k = 0; k < runs; ++k) {
+        float32x4_t sx, sy;
+        int32x4_t ixv, iyv;
+        if (map.Next(table + 4 * k, &sx, &sy, &ixv, &iyv)) continue;
+        float sxs[4], sys[4];
+        vst1q_f32(sxs, sx);
+        vst1q_f32(sys, sy);
+        for (int b = 0; b < 4; ++b) {
+            if (!BlockInside(p, sxs[b], sys[b], twoRows, writeChroma)) return false;
+        }
+    }
+    if ((w & 7) != 0) return BlocksInside_C(p, H, x + 8 * runs, x + w, r, map.TailReciprocal(), twoRows, writeChroma);
+    return true;
 }
 
 }  // namespace tocra
-
-using namespace tocra;
-using tocra::FillKind;
-
-namespace {
-
-constexpr int kWarpThreads = 4;
-
-void* WarpBandThread(void* arg) {
-    const tagST_THREAD_RECORD* rec = static_cast<const tagST_THREAD_RECORD*>(arg);
-    WarpBand(*static_cast<const WarpJob*>(rec->arg), rec->index, kWarpThreads);
-    return nullptr;
-}
-
-// Four bands on four threads; when they cannot be started, the whole area
-// as one band on the calling thread.
-void RunBands(const WarpJob& job) {
-    if (create_thread_lock(WarpBandThread, const_cast<WarpJob*>(&job), kWarpThreads) != 0) WarpBand(job, 0, 1);
-}
-
-bool ValidScratch(const char* func, const unsigned char* scratch) {
-    if (scratch != nullptr) return true;
-    TOCRA_LOGE("%s invalid input: no column table\n", func);
-    return false;
-}
-
-WarpJob MakeJob(const tagST_PIC* src, const tagST_PIC* dst, const float* H, const tagST_REGISTRATION_AREA* area,
-                const float* table, int pitch, int chromaPitch, int rows, bool nv12) {
-    WarpJob job{};
-    job.planes = WarpPlanes{src->pY, src->pU, src->pV, dst->pY, dst->pU, dst->pV, pitch, chromaPitch, rows, nv12};
-    job.H = H;
-    job.table = table;
-    job.x = area->x;
-    job.y = area->y;
-    job.w = area->width;
-    job.h = area->height;
-    return job;
-}
-
-}  // namespace
-
-// The scratch is the column table: at least width / 8 vectors of 16 bytes.
-// The border is copied from the unwarped source before the workers start.
-extern "C" int AffineTransform_neon_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
-                                         tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
-    if (!ValidWarp("AffineTransform_neon_NV12", WarpShape{false, true, false, FillKind::kCopyNeon}, ref, src, dst, H, area) ||
-        !ValidScratch("AffineTransform_neon_NV12", scratch))
-        return TOCRA_NULL_POINTER;
-    float* table = reinterpret_cast<float*>(scratch);
-    FillColumnTable(table, area->x, static_cast<int>(static_cast<unsigned>(ref->width) / 8u));
-    FillBlank_neon_NV12(dst, src, area->x, area->y, area->width, area->height);
-    const WarpJob job = MakeJob(src, dst, H, area, table, ref->width, ref->width, ref->height, true);
-    RunBands(job);
-    return TOCRA_OK;
-}
-
-// Planar, pitch `width` (chroma width / 2); the mirror fill follows the
-// workers. The scratch is the column table: width / 8 vectors of 16 bytes.
-extern "C" int AffineTransform_neon_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
-                                           tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
-    if (!ValidWarp("AffineTransform_neon_YUV420", WarpShape{true, true, false, FillKind::kMirror}, ref, src, dst, H, area) ||
-        !ValidScratch("AffineTransform_neon_YUV420", scratch))
-        return TOCRA_NULL_POINTER;
-    TOCRA_LOGI("Reg pstRegistrationArea->realHeight = %d\n", area->height);
-    float* table = reinterpret_cast<float*>(scratch);
-    FillColumnTable(table, area->x, ref->width / 8);
-    const WarpJob job = MakeJob(src, dst, H, area, table, ref->width, ref->width >> 1, ref->height, false);
-    if (create_thread_lock(WarpBandThread, const_cast<WarpJob*>(&job), kWarpThreads) != 0) {
-        // One pass over the whole area on this thread.
-        TOCRA_LOGI("realHeight = %d", area->height);
-        TOCRA_LOGI("startY = %d", area->y);
-        WarpBand(job, 0, 1);
-    }
-    FillBlank3(dst, area->x, area->y, area->width, area->height);
-    return TOCRA_OK;
-}
-
-// Planar with 128-aligned pitches: both pictures' stride becomes width
-// rounded up to 128, the luma pitch; U and V use half of it rounded up to
-// 128. The scratch is the column table: stride / 8 vectors of 16 bytes.
-extern "C" int AffineTransform_neon_Stride_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
-                                                  tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
-    if (!ValidWarp("AffineTransform_neon_Stride_YUV420", WarpShape{true, true, true, FillKind::kMirrorStride}, ref, src, dst, H, area) ||
-        !ValidScratch("AffineTransform_neon_Stride_YUV420", scratch))
-        return TOCRA_NULL_POINTER;
-    const int stride = Pitch128(ref->width);
-    src->stride = stride;
-    dst->stride = stride;
-    float* table = reinterpret_cast<float*>(scratch);
-    FillColumnTable(table, area->x, stride / 8);
-    const WarpJob job = MakeJob(src, dst, H, area, table, stride, Pitch128(stride >> 1), ref->height, false);
-    RunBands(job);
-    FillBlank3_Stride(dst, area->x, area->y, area->width, area->height);
-    return TOCRA_OK;
-}
-
-extern "C" int AffineTransform_neon(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
-                                    tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
-    if (ref == nullptr) {
-        TOCRA_LOGE("%s invalid input: picture, matrix or area out of range\n", "AffineTransform_neon");
-        return TOCRA_NULL_POINTER;
-    }
-    if (ref->format == TOCRA_FORMAT_YUV420) return AffineTransform_neon_Stride_YUV420(ref, src, dst, H, area, scratch);
-    return AffineTransform_neon_NV12(ref, src, dst, H, area, scratch);
-}

@@ -2,6 +2,7 @@
 #ifndef BRIMVEL_WARP_WARP_INTERNAL_H
 #define BRIMVEL_WARP_WARP_INTERNAL_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "brimvel_tocra.h"
@@ -23,31 +24,68 @@ struct WarpPlanes {
     bool nv12;
 };
 
-// Warps the 2x2 blocks of row pair (r, r + 1) (only row r when twoRows is
-// false) between columns x and x + w of the area, with the divisor held
-// for runs of eight columns. Chroma is written only when writeChroma is set. Every texel read is kept inside the source
-// planes (see ReadClamped), so any matrix is memory-safe; for the reads that
-// lie inside the planes the result is the exact warp.
-void WarpRowPlain(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, bool writeChroma = true);
+// One row of the warp: the 2x2 blocks of row pair (r, r + 1) (only row r
+// when twoRows is false) between columns x and x + w of the area, with the
+// divisor held for runs of eight columns. Chroma is written only when
+// writeChroma is set. The table holds the block-start columns as vectors
+// {x, x+2, x+4, x+6} + 8k; the plain row does not read it. Rows read the
+// source unchecked: every texel they use has been checked first (see
+// WarpRowInside_C).
+using WarpRowFn = void (*)(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
+                           const float* table, bool writeChroma);
+void WarpRow_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+               bool writeChroma);
 
-// The same, vectorised: the eight columns of a divisor run are mapped as two
-// four-lane vectors from the column table (vectors {x, x+2, x+4, x+6} + 8k),
-// and the four blocks of a run are blended in 16-bit lanes. Gives the same
-// bytes as WarpRowPlain.
-void WarpRowNeon(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
-                 bool writeChroma = true);
+// Whether every texel the same row would read (luma and, when writeChroma
+// is set, chroma) lies inside the source planes, taken as flat arrays of
+// pitch * rows and chromaPitch * (rows / 2) bytes: a read past a row's end
+// into the next row of the plane is inside.
+using WarpCheckFn = bool (*)(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
+                             const float* table, bool writeChroma);
+bool WarpRowInside_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+                     bool writeChroma);
+
+#if !defined(BRIMVEL_PLAIN_ONLY)
+// The vector rows: the eight columns of a divisor run mapped as two
+// four-lane vectors from the column table. Same bytes and answers as the
+// plain rows; runs near the plane's edges and the columns after the last
+// whole run go to the plain blocks below.
+void WarpRow_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+                  bool writeChroma);
+bool WarpRowInside_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
+                        const float* table, bool writeChroma);
+#endif
+
+// The plain blocks at columns c, c + 2, ... before cEnd of row r with the
+// held reciprocal q: the arithmetic every row hands its edge runs and its
+// tail to.
+void WarpBlocks_C(const WarpPlanes& p, const float* H, int c, int cEnd, int r, float q, bool twoRows,
+                  bool writeChroma);
+bool BlocksInside_C(const WarpPlanes& p, const float* H, int c, int cEnd, int r, float q, bool twoRows,
+                    bool writeChroma);
+// One block at its mapped position (sx, sy): the reads checked, or done.
+bool BlockInside(const WarpPlanes& p, float sx, float sy, bool twoRows, bool writeChroma);
+void WarpBlock_C(const WarpPlanes& p, int c, int r, float sx, float sy, bool twoRows, bool writeChroma);
 
 // Fills the column table: count vectors of four floats starting at
 // {x, x+2, x+4, x+6}, each the previous plus 8.
 void FillColumnTable(float* table, int x, int count);
 
-// Everything a band of the threaded warp needs.
+// Everything a band of the threaded warp needs, with the row functions the
+// entry point chose.
 struct WarpJob {
     WarpPlanes planes;
     const float* H;
     const float* table;
     int x, y, w, h;
+    WarpRowFn row;
+    WarpCheckFn inside;
 };
+
+// The row functions of the exported vector warps: the NEON rows, or the
+// plain ones in a plain-only build.
+WarpRowFn DefaultWarpRow();
+WarpCheckFn DefaultWarpCheck();
 
 // Band b of n: rows y + b * (h / n) up to the next band's start, in row
 // pairs, an odd last row on its own. The h mod n rows after the last band
@@ -55,6 +93,16 @@ struct WarpJob {
 // shares its first chroma row with the previous band's last row; that row
 // is written by the previous band only, so no two threads write one byte.
 void WarpBand(const WarpJob& job, int band, int bands);
+// Whether band b of n reads only inside the source planes.
+bool BandInside(const WarpJob& job, int band, int bands);
+
+// The threaded warp of the job's area: every band checked on four threads,
+// then warped on four threads (on this thread, as one band, when threads
+// cannot be started). False, with nothing written, when a band would read
+// outside the source planes. beforeWarp runs between the check and the
+// warp (the NV12 border copy); onOneBand when the warp runs as one band on
+// this thread.
+bool RunWarpBands(const WarpJob& job, void (*beforeWarp)(void*), void (*onOneBand)(void*), void* context);
 
 // ---- where a call reads and writes ------------------------------------------
 //
@@ -104,6 +152,23 @@ void FillSpans(FillKind kind, bool planar, const tagST_PIC* dst, int x, int y, i
 // destination's own layout.
 PlaneSizes FillPlaneSizes(FillKind kind, bool planar, const tagST_PIC* dst);
 
+// Where a fill takes its bytes: a constant (plane null), or the same
+// offset of another plane.
+struct FillSource {
+    const uint8_t* plane;
+    uint8_t value;
+};
+
+// Copies (or sets) n bytes of a row at offset in dst from the source.
+using FillSpanFn = void (*)(uint8_t* dst, const FillSource& s, size_t offset, size_t n);
+void FillSpan_C(uint8_t* dst, const FillSource& s, size_t offset, size_t n);
+#if !defined(BRIMVEL_PLAIN_ONLY)
+void FillSpan_NEON(uint8_t* dst, const FillSource& s, size_t offset, size_t n);
+#endif
+// The span copy of the vector fills: FillSpan_NEON, or the plain one in a
+// plain-only build.
+FillSpanFn DefaultFillSpan();
+
 // Checks a fill's pictures and area: the pictures and their planes set, and
 // every byte the fill touches inside the destination's layout. Logs a line
 // naming `func` otherwise. The source picture's own width and height are
@@ -121,14 +186,14 @@ struct WarpShape {
     FillKind fill;
 };
 
-// Checks a warp: records and planes set; the first picture of a size that
-// is not negative; the column loop able to end (an even, non-negative w
-// whenever rows are warped); every byte written inside the planes of a
-// frame of the first picture's size; and the fill's bytes inside both those
-// planes and the destination's own layout. The source and destination's own
-// width and height are not compared with the first picture's. Texel reads
-// are kept inside the source planes by the kernels (see ReadClamped). Logs a
-// line naming `func` otherwise.
+// Checks a warp's records and layout: records and planes set; the first
+// picture of a size that is not negative; the column loop able to end (an
+// even, non-negative w whenever rows are warped); every byte written inside
+// the planes of a frame of the first picture's size; and the fill's bytes
+// inside both those planes and the destination's own layout. The source
+// and destination's own width and height are not compared with the first
+// picture's. The texels the matrix makes the warp read are checked apart,
+// row by row (WarpRowInside_C). Logs a line naming `func` otherwise.
 bool ValidWarp(const char* func, const WarpShape& shape, const tagST_PIC* ref, const tagST_PIC* src,
                const tagST_PIC* dst, const float* H, const tagST_REGISTRATION_AREA* area);
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <mutex>
@@ -169,6 +170,42 @@ TEST(ThreadWait, JoinsTheThread) {
     pthread_t t;
     ASSERT_EQ(pthread_create(&t, nullptr, ReturnSeven, nullptr), 0);
     EXPECT_EQ(thread_wait(static_cast<long>(t)), 0);
+}
+
+}  // namespace
+
+namespace {
+
+// Null addresses: refused with a line where a thread would go through them;
+// calls that would not touch them run as described.
+TEST(ThreadHelpers, NullArgumentsAreRefusedOnlyWhereTheyWouldBeUsed) {
+    uint8_t buf[16] = {0};
+    tocra_test::ClearLog();
+    EXPECT_EQ(imgDataCopy(nullptr, buf, 4, 4, 4), -998);
+    EXPECT_TRUE(tocra_test::Logged(6, "imgDataCopy invalid input: null plane\n"));
+    EXPECT_EQ(imgDataCopy(buf, nullptr, 4, 4, 4), -998);
+    // Nothing to copy: no whole band (height 3), or no byte per row.
+    EXPECT_EQ(imgDataCopy(nullptr, nullptr, 4, 3, 4), 0);
+    EXPECT_EQ(imgDataCopy(nullptr, buf, 0, 8, 4), 0);
+
+    tocra_test::ClearLog();
+    EXPECT_EQ(MultiThreadDataCopy(nullptr), nullptr);
+    EXPECT_TRUE(tocra_test::Logged(6, "MultiThreadDataCopy invalid input: no band record\n"));
+    tagST_COPY_BAND band = {nullptr, buf, 4, 4, 2};
+    EXPECT_EQ(MultiThreadDataCopy(&band), nullptr);
+    EXPECT_TRUE(tocra_test::Logged(6, "MultiThreadDataCopy invalid input: null plane\n"));
+    for (uint8_t v : buf) EXPECT_EQ(v, 0);
+
+    tocra_test::ClearLog();
+    EXPECT_EQ(create_thread_lock(nullptr, nullptr, 4), -1);
+    EXPECT_TRUE(tocra_test::Logged(6, "create_thread_lock invalid input: no thread function\n"));
+    EXPECT_EQ(create_thread_unlock(nullptr, nullptr, 2), -1);
+    EXPECT_TRUE(tocra_test::Logged(6, "create_thread_unlock invalid input: no thread function\n"));
+    EXPECT_EQ(create_thread_lock(nullptr, nullptr, 0), 0);  // starts nothing, as with any function
+
+    tocra_test::ClearLog();
+    EXPECT_EQ(thread_wait(0), ESRCH);
+    EXPECT_TRUE(tocra_test::Logged(6, "thread_wait invalid input: no thread\n"));
 }
 
 }  // namespace

@@ -46,7 +46,10 @@ const Variant kVariants[] = {
 
 TEST(PerspectiveWarp, IdentityReproducesTheSourceInsideTheArea) {
     for (const Variant& v : kVariants) {
-        for (tagST_REGISTRATION_AREA area : {tagST_REGISTRATION_AREA{0, 0, 64, 48}, tagST_REGISTRATION_AREA{8, 6, 40, 32}}) {
+        // The whole width (the last block's third texel column is the next
+        // row's first byte) and 40 of 48 rows: the last row pair reads row
+        // 40 for its second row's lower neighbours.
+        for (tagST_REGISTRATION_AREA area : {tagST_REGISTRATION_AREA{0, 0, 64, 40}, tagST_REGISTRATION_AREA{8, 6, 40, 32}}) {
             Frame src(64, 48, v.nv12);
             src.Randomize(3);
             Frame dst(64, 48, v.nv12);
@@ -74,7 +77,7 @@ TEST(PerspectiveWarp, StrideVariantIdentityUsesThe128AlignedPitches) {
     // Width 200: luma pitch 256, chroma pitch 128.
     Frame src(200, 32, false, 256, 128), dst(200, 32, false, 256, 128);
     src.Randomize(9);
-    tagST_REGISTRATION_AREA area{0, 0, 200, 32};
+    tagST_REGISTRATION_AREA area{0, 0, 200, 24};
     Matrix m = Identity();
     auto table = Table(256);
     tagST_PIC ref = src.pic;
@@ -82,9 +85,9 @@ TEST(PerspectiveWarp, StrideVariantIdentityUsesThe128AlignedPitches) {
     ASSERT_EQ(AffineTransform_neon_Stride_YUV420(&ref, &src.pic, &dst.pic, m.h, &area, table.data()), 0);
     EXPECT_EQ(src.pic.stride, 256);
     EXPECT_EQ(dst.pic.stride, 256);
-    for (int r = 0; r < 32; ++r)
+    for (int r = 0; r < 24; ++r)
         for (int c = 0; c < 200; ++c) ASSERT_EQ(dst.Y(c, r), src.Y(c, r));
-    for (int r = 0; r < 16; ++r)
+    for (int r = 0; r < 12; ++r)
         for (int c = 0; c < 100; ++c) ASSERT_EQ(dst.u[r * 128 + c], src.u[r * 128 + c]);
 }
 
@@ -94,8 +97,8 @@ TEST(PerspectiveWarp, HalfPixelShiftAveragesNeighboursWithRounding) {
         src.Randomize(5);
         Matrix m = Identity();
         m.h[2] = 0.5f;
-        ASSERT_EQ(Warp(v.fn, src, dst, m, {0, 0, 56, 32}), 0);
-        for (int r = 0; r < 32; ++r)
+        ASSERT_EQ(Warp(v.fn, src, dst, m, {0, 0, 56, 24}), 0);
+        for (int r = 0; r < 24; ++r)
             for (int c = 0; c < 56; ++c)
                 ASSERT_EQ(dst.Y(c, r), (src.Y(c, r) + src.Y(c + 1, r) + 1) >> 1) << v.name << " " << c << "," << r;
     }
@@ -144,18 +147,23 @@ TEST(PerspectiveWarp, PerspectiveMatchesTheDefinitionWithTheDivisorHeldPerRun) {
     EXPECT_GT(differsFromExact, 100);
 }
 
-TEST(PerspectiveWarp, PlainAndVectorRowsGiveTheSameBytes) {
+#if !defined(BRIMVEL_PLAIN_ONLY)
+TEST(PerspectiveWarp, PlainAndVectorRowsGiveTheSameBytesAndTheSameChecks) {
     std::mt19937 g(21);
-    for (int trial = 0; trial < 60; ++trial) {
+    int refused = 0, edge = 0;
+    for (int trial = 0; trial < 80; ++trial) {
         const bool nv12 = trial & 1;
         const int W = 16 + 2 * static_cast<int>(g() % 100), H = 8 + 2 * static_cast<int>(g() % 40);
         const int pitch = W + 2 * static_cast<int>(g() % 8);
         Frame src(W, H, nv12, pitch, pitch / 2), a(W, H, nv12, pitch, pitch / 2), b(W, H, nv12, pitch, pitch / 2);
         src.Randomize(trial);
         Matrix m = NearIdentity(g);
-        if (trial % 5 == 0) {  // far off the picture: every read clamped
+        if (trial % 5 == 0) {  // far off the picture
             m.h[2] += (g() & 1) ? 3 * W : -3.0f * W;
             m.h[6] *= 50;
+        } else if (trial % 5 == 1) {  // reaching over the left, right or bottom edge
+            m.h[2] += (g() & 1) ? 1.5f : -1.5f;
+            m.h[5] += 2.0f;
         }
         const int x = 2 * static_cast<int>(g() % (W / 4)), w = 2 * static_cast<int>(g() % ((W - x) / 2 + 1));
         std::vector<float> table(static_cast<size_t>(W / 8 + 1) * 4);
@@ -167,13 +175,24 @@ TEST(PerspectiveWarp, PlainAndVectorRowsGiveTheSameBytes) {
         pb.dstU = b.u.data();
         pb.dstV = nv12 ? nullptr : b.v.data();
         for (int r = 0; r + 1 < H; r += 2) {
-            const bool two = (r / 2) % 3 != 2;
-            tocra::WarpRowPlain(pa, m.h, x, w, r, two);
-            tocra::WarpRowNeon(pb, m.h, x, w, r, two, table.data());
+            const bool two = (r / 2) % 3 != 2, chroma = (r / 2) % 4 != 1;
+            const bool inside = tocra::WarpRowInside_C(pa, m.h, x, w, r, two, table.data(), chroma);
+            ASSERT_EQ(tocra::WarpRowInside_NEON(pa, m.h, x, w, r, two, table.data(), chroma), inside)
+                << "trial " << trial << " row " << r;
+            if (!inside) {
+                ++refused;
+                continue;
+            }
+            tocra::WarpRow_C(pa, m.h, x, w, r, two, table.data(), chroma);
+            tocra::WarpRow_NEON(pb, m.h, x, w, r, two, table.data(), chroma);
         }
+        if (trial % 5 == 1) ++edge;
         ASSERT_TRUE(a.Same(b)) << "trial " << trial << " W " << W << " x " << x << " w " << w;
     }
+    EXPECT_GT(refused, 0);
+    EXPECT_GT(edge, 0);
 }
+#endif
 
 TEST(PerspectiveWarp, ThreadedVariantsEqualThePlainOnesWhenBandsAreEven) {
     std::mt19937 g(7);
@@ -188,9 +207,9 @@ TEST(PerspectiveWarp, ThreadedVariantsEqualThePlainOnesWhenBandsAreEven) {
             ASSERT_TRUE(a.Same(b)) << trial << (nv12 ? " nv12" : " planar");
         }
         // The stride variant with 128-aligned pitches (width 256).
-        Frame src(256, 32, false), a(256, 32, false), b(256, 32, false);
+        Frame src(256, 48, false), a(256, 48, false), b(256, 48, false);
         src.Randomize(200 + trial);
-        const tagST_REGISTRATION_AREA area2{8, 0, 232, 32};
+        const tagST_REGISTRATION_AREA area2{16, 16, 224, 16};
         ASSERT_EQ(Warp(AffineTransform_YUV420, src, a, m, area2), 0);
         ASSERT_EQ(Warp(AffineTransform_neon, src, b, m, area2), 0);
         ASSERT_TRUE(a.Same(b)) << trial << " stride";
@@ -202,16 +221,16 @@ TEST(PerspectiveWarp, DispatchersChooseByFormat) {
     src.Randomize(4);
     Matrix m = Identity();
     m.h[2] = 1.25f;
-    ASSERT_EQ(Warp(AffineTransform, src, a, m, {0, 0, 56, 32}), 0);
-    ASSERT_EQ(Warp(AffineTransform_YUV420, src, b, m, {0, 0, 56, 32}), 0);
+    ASSERT_EQ(Warp(AffineTransform, src, a, m, {0, 0, 56, 24}), 0);
+    ASSERT_EQ(Warp(AffineTransform_YUV420, src, b, m, {0, 0, 56, 24}), 0);
     EXPECT_TRUE(a.Same(b));
     // Any format but 2 is NV12.
     for (int format : {0, 1, 3}) {
         Frame s(64, 32, true), c(64, 32, true), d(64, 32, true);
         s.Randomize(5);
         s.pic.format = format;
-        ASSERT_EQ(Warp(AffineTransform, s, c, m, {0, 0, 56, 32}), 0);
-        ASSERT_EQ(Warp(AffineTransform_NV12, s, d, m, {0, 0, 56, 32}), 0);
+        ASSERT_EQ(Warp(AffineTransform, s, c, m, {0, 0, 56, 24}), 0);
+        ASSERT_EQ(Warp(AffineTransform_NV12, s, d, m, {0, 0, 56, 24}), 0);
         EXPECT_TRUE(c.Same(d)) << format;
     }
 }
@@ -246,6 +265,9 @@ TEST(PerspectiveWarp, OneBandOnTheCallingThreadEqualsFourThreads) {
     job.y = area.y;
     job.w = area.width;
     job.h = area.height;
+    job.row = tocra::DefaultWarpRow();
+    job.inside = tocra::DefaultWarpCheck();
+    ASSERT_TRUE(tocra::BandInside(job, 0, 1));
     tocra::WarpBand(job, 0, 1);
     job.planes.dstY = b.y.data();
     job.planes.dstU = b.u.data();
@@ -269,19 +291,68 @@ TEST(PerspectiveWarp, PlanarVectorVariantLogsTheAreaHeight) {
     EXPECT_TRUE(tocra_test::Logged(4, "Reg pstRegistrationArea->realHeight = 24\n"));
 }
 
-TEST(PerspectiveWarp, MatricesOffThePictureNeverReadOutside) {
-    // Exact-size planes: ASan reports any read past them.
-    const float far[][9] = {{1, 0, 5000, 0, 1, 0, 0, 0, 1},       {1, 0, -5000, 0, 1, -5000, 0, 0, 1},
-                            {1, 0, 0, 0, 1, 1e30f, 0, 0, 1},      {0, 0, 0, 0, 0, 0, 0, 0, 0},
-                            {1, 0, 0, 0, 1, 0, -0.5f, 0, 1},      {NAN, 0, 0, 0, 1, 0, 0, 0, 1}};
+TEST(PerspectiveWarp, MatricesThatReadOutsideTheSourceAreRefusedBeforeAnythingIsWritten) {
+    // Exact-size planes: ASan reports any read past them. The area leaves
+    // the last rows for the lower texels of the last row pair.
+    struct Case {
+        float h[9];
+        bool accepted;
+    };
+    const Case cases[] = {
+        {{1, 0, 5000, 0, 1, 0, 0, 0, 1}, false},      // far right
+        {{1, 0, -5000, 0, 1, -5000, 0, 0, 1}, false},  // far up and left
+        {{1, 0, 0, 0, 1, 1e30f, 0, 0, 1}, false},      // beyond the int range
+        {{1, 0, 0, 0, 1, 0, -0.5f, 0, 1}, false},      // D crosses 0 in the second run
+        {{1, 0, 0, 0, 1, 4.0f, 0, 0, 1}, false},       // four rows down: the last rows read row 32
+        {{1, 0, -1.0f, 0, 1, 0, 0, 0, 1}, false},      // one column left: row 0 reads before the plane
+        {{0, 0, 0, 0, 0, 0, 0, 0, 0}, true},           // every block samples (0, 0)
+        {{NAN, 0, 0, 0, 1, 0, 0, 0, 1}, true},         // NaN columns convert to 0, as on ARM
+        {{1, 0, 0, 0, 1, 0, 0, 0, 1}, true},           // the identity
+    };
+    const tagST_REGISTRATION_AREA area{0, 0, 48, 30};
     for (const Variant& v : kVariants) {
-        for (const auto& f : far) {
+        for (const Case& k : cases) {
             Matrix m;
-            memcpy(m.h, f, sizeof m.h);
+            memcpy(m.h, k.h, sizeof m.h);
             Frame src(48, 32, v.nv12), dst(48, 32, v.nv12);
             src.Randomize(1);
-            EXPECT_EQ(Warp(v.fn, src, dst, m, {0, 0, 48, 32}), 0) << v.name;
+            dst.Fill(5);
+            const Frame before(dst);
+            tocra_test::ClearLog();
+            const int status = Warp(v.fn, src, dst, m, area);
+            if (k.accepted) {
+                EXPECT_EQ(status, 0) << v.name << " " << k.h[2];
+                continue;
+            }
+            EXPECT_EQ(status, -998) << v.name << " " << k.h[2] << " " << k.h[5];
+            EXPECT_TRUE(dst.Same(before)) << v.name;
+            EXPECT_TRUE(tocra_test::Logged(6, std::string(v.name) + " invalid input: picture, matrix or area out of range\n"))
+                << v.name;
         }
+    }
+}
+
+TEST(PerspectiveWarp, AReadPastARowsEndIntoTheNextRowIsDoneAsDescribed) {
+    // Shifted one column right: the last block of each row reads the next
+    // row's first texel (inside the plane), which the definition blends in.
+    for (const Variant& v : kVariants) {
+        Frame src(16, 12, v.nv12), dst(16, 12, v.nv12);
+        src.Randomize(6);
+        Matrix m = Identity();
+        m.h[2] = 1.5f;  // fx = 64
+        ASSERT_EQ(Warp(v.fn, src, dst, m, {0, 0, 16, 8}), 0) << v.name;
+        for (int r = 0; r < 8; ++r) {
+            // Column 15 blends source columns 16 and 17, that is the next
+            // row's columns 0 and 1.
+            const int a = src.y[static_cast<size_t>(r * 16 + 16)], b = src.y[static_cast<size_t>(r * 16 + 17)];
+            EXPECT_EQ(dst.Y(15, r), (a + b + 1) >> 1) << v.name << " row " << r;
+        }
+    }
+    // The whole frame: the last row pair would read one row past the plane.
+    for (const Variant& v : kVariants) {
+        Frame src(16, 8, v.nv12), dst(16, 8, v.nv12);
+        src.Randomize(7);
+        EXPECT_EQ(Warp(v.fn, src, dst, Identity(), {0, 0, 16, 8}), -998) << v.name;
     }
 }
 
