@@ -12,7 +12,7 @@ packages=(
   g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
   libopencv-dev
   libcli11-dev nlohmann-json3-dev  # the demo tool's options and report, read by its tests
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev clang-format
   blueprint-tools  # bpfmt, for the Android.bp check
 )
 [ "${1:-}" = "--demo" ] && packages+=(opencv-doc)
