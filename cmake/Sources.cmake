@@ -47,6 +47,8 @@ brimvel_sources(BRIMVEL_FILTER_SOURCES
 )
 brimvel_sources(BRIMVEL_REGISTRATION_SOURCES
   registration/brief_descriptor.cpp
+  registration/brief_strips.cpp
+  registration/brief_strips_neon.cpp
   registration/dlt_normal_matrix.cpp
   registration/homography_dlt.cpp
   registration/img_registration.cpp
@@ -117,6 +119,7 @@ brimvel_sources(BRIMVEL_TEST_FILTER_SOURCES
 )
 brimvel_sources(BRIMVEL_TEST_REGISTRATION_SOURCES
   tests/registration/brief_test.cpp
+  tests/registration/brief_strips_test.cpp
   tests/registration/lm_test.cpp
   tests/registration/motion_estimation_test.cpp
   tests/registration/ransac_test.cpp

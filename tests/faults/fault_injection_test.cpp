@@ -22,6 +22,7 @@
 
 #include "config/xml_parser.h"
 #include "frame/platform.h"
+#include "registration/brief.h"
 #include "support/entry_cases.h"
 #include "support/test_support.h"
 
@@ -262,7 +263,7 @@ TEST_F(EntryPointFaults, CalcuFrameBalance) {
 }
 
 TEST_F(EntryPointFaults, GetBriefDescriptors) {
-    const size_t integral = (tocra_test::BriefCase::W + 1) * (tocra_test::BriefCase::H + 1) * 4;
+    const size_t integral = tocra::BriefScratchBytes(tocra_test::BriefCase::N);
     ExerciseAll({"GetBrief_Descriptors_TocraAPI", [&] { c.brief.Prepare(); },
                  [&] { return GetBrief_Descriptors_TocraAPI(&c.brief.p); }, [&] { return c.brief.Outputs(); },
                  [&] { return c.brief.GuardsIntact(); },
@@ -270,7 +271,7 @@ TEST_F(EntryPointFaults, GetBriefDescriptors) {
                      if (what == "alloc" && size == integral)
                          return {-1000, 6, "GetBrief_Descriptors_TocraAPI malloc error\n", Outcome::kUntouched};
                      if (what == "alloc") return Unexpected(what, size);
-                     // The integral buffer is not freed on this path: the one
+                     // The scratch block is not freed on this path: the one
                      // leak the interface documents.
                      return {-997, 6, "GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n", Outcome::kUntouched,
                              integral};
