@@ -50,6 +50,7 @@ brimvel_sources(BRIMVEL_REGISTRATION_SOURCES
   registration/brief_strips.cpp
   registration/brief_strips_neon.cpp
   registration/dlt_normal_matrix.cpp
+  registration/dlt_normal_matrix_neon.cpp
   registration/homography_dlt.cpp
   registration/img_registration.cpp
   registration/jacobi_eigen.cpp
