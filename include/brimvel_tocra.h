@@ -407,7 +407,7 @@ typedef struct tagST_BRIEF_REQUEST {
 TOCRA_STATIC_ASSERT(sizeof(tagST_BRIEF_REQUEST) == 32, "descriptor request is 8 words");
 
 /* -1000 with "GetBrief_Descriptors_TocraAPI malloc error\n" when the call's
- * scratch block (640 KiB of integral windows plus 16 bytes per keypoint)
+ * scratch block (960 KiB of integral windows plus 16 bytes per keypoint)
  * cannot be allocated; -997 with "GetBrief_Descriptors_TocraAPI
  * MultiThread_Init fail\n" when the worker pool cannot be started, in which
  * case that block is not freed (the interface's one documented leak: treat

@@ -40,7 +40,7 @@ void BriefDescriptorAt(const uint32_t* p, ptrdiff_t stride, uint8_t* d);
 // frame's integral by terms that cancel in every four-corner box sum: the
 // bytes are those of GenerateDiscriptor_Brief over the full integral.
 constexpr int kBriefBandColumns = 256;  // keypoint centre columns per band
-constexpr int kBriefWindowRows = 128;   // integral rows a window holds
+constexpr int kBriefWindowRows = 192;   // integral rows a window holds
 // Widest band window: the band's centres plus the pattern's reach.
 constexpr int kBriefWindowColumns = kBriefBandColumns + 64;
 constexpr size_t kBriefWindowBytes = size_t(kBriefWindowRows) * kBriefWindowColumns * sizeof(uint32_t);
