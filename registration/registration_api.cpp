@@ -6,9 +6,10 @@
 // hold 32-bit buffer handles, converted through the pipeline's hook.
 //
 // What the caller guarantees (nothing in the records tells the sizes):
-// - the point buffers hold matchNum pairs of two floats each, the index
-//   buffers matchNum uint16 entries, and every index names a keypoint inside
-//   its keypoint buffer;
+// - the point buffers hold matchNum pairs of two floats each (and pointNum
+//   pairs when that is more: RANSAC reads pointNum), the index buffers
+//   matchNum uint16 entries, and every index names a keypoint inside its
+//   keypoint buffer;
 // - the planes of the input and output pictures hold a frame of the record's
 //   size: planar luma pitch (width + 127) & ~127, chroma pitch
 //   ((width / 2) + 127) & ~127; NV12 planes with pitch `width`.
