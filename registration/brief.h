@@ -52,9 +52,10 @@ struct BriefSlot {
     int32_t index;
 };
 
-// Bytes of the one scratch block a descriptor call takes: a window per
-// worker and a slot per keypoint.
-size_t BriefScratchBytes(int count);
+// A descriptor call takes two blocks: the walk order (a slot per keypoint,
+// at least one) and the windows (one per worker).
+size_t BriefOrderBytes(int count);
+constexpr size_t kBriefWindowsBytes = kBriefStripWorkers * kBriefWindowBytes;
 
 // One integral row of a window: out[j] = above[j] + sum + src[0] + ... +
 // src[j - 1] for j < n (reads src[0 .. n - 2]). Unsigned, so that sums wrap

@@ -239,23 +239,26 @@ extern "C" int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request) {
         }
     }
 
-    // One block: a window of integral rows per worker, then the walk order.
-    uint8_t* scratch = static_cast<uint8_t*>(platform_malloc(BriefScratchBytes(count)));
-    if (scratch == nullptr) {
+    // The walk order, then a window of integral rows per worker.
+    BriefSlot* slots = static_cast<BriefSlot*>(platform_malloc(BriefOrderBytes(count)));
+    uint8_t* windows = slots == nullptr ? nullptr : static_cast<uint8_t*>(platform_malloc(kBriefWindowsBytes));
+    if (windows == nullptr) {
+        platform_free(slots);
         TOCRA_LOGE("GetBrief_Descriptors_TocraAPI malloc error\n");
         return TOCRA_NO_MEMORY;
     }
     if (MultiThread_Init(kWorkers) != 0) {
-        // The scratch block is not released on this path (the caller
-        // contract documents the leak).
+        // The walk order's block is not released on this path (the caller
+        // contract documents the leak); the windows are.
+        platform_free(windows);
         TOCRA_LOGE("GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n");
         return TOCRA_THREAD_FAILED;
     }
-    BriefSlot* slots = reinterpret_cast<BriefSlot*>(scratch + kBriefStripWorkers * kBriefWindowBytes);
     BriefOrderKeypoints(keypoints, count, slots);
-    BriefStripJob job = {image, width, stride, {keypoints, descriptors, count}, slots, scratch};
+    BriefStripJob job = {image, width, stride, {keypoints, descriptors, count}, slots, windows};
     RunOnWorkers(BriefStripWorker, &job);
-    platform_free(scratch);
+    platform_free(windows);
+    platform_free(slots);
     platform_cacheflush(descriptors, descriptors + static_cast<size_t>(count) * TOCRA_DESCRIPTOR_BYTES);
     MultiThread_destory();
     return TOCRA_OK;

@@ -7,9 +7,7 @@
 
 namespace tocra {
 
-size_t BriefScratchBytes(int count) {
-    return kBriefStripWorkers * kBriefWindowBytes + static_cast<size_t>(count > 0 ? count : 0) * sizeof(BriefSlot);
-}
+size_t BriefOrderBytes(int count) { return static_cast<size_t>(count > 1 ? count : 1) * sizeof(BriefSlot); }
 
 void BriefIntegralRow_C(const uint8_t* src, const uint32_t* above, uint32_t* out, int n, uint32_t sum) {
     for (int j = 0; j < n; ++j) {
