@@ -55,7 +55,10 @@ brimvel_sources(BRIMVEL_FILTER_SOURCES
 )
 brimvel_sources(BRIMVEL_REGISTRATION_SOURCES
   registration/brief_descriptor.cpp
+  registration/brief_strips.cpp
+  registration/brief_strips_neon.cpp
   registration/dlt_normal_matrix.cpp
+  registration/dlt_normal_matrix_neon.cpp
   registration/homography_dlt.cpp
   registration/img_registration.cpp
   registration/jacobi_eigen.cpp
@@ -126,6 +129,7 @@ brimvel_sources(BRIMVEL_TEST_FILTER_SOURCES
 )
 brimvel_sources(BRIMVEL_TEST_REGISTRATION_SOURCES
   tests/registration/brief_test.cpp
+  tests/registration/brief_strips_test.cpp
   tests/registration/lm_test.cpp
   tests/registration/motion_estimation_test.cpp
   tests/registration/ransac_test.cpp

@@ -406,11 +406,12 @@ typedef struct tagST_BRIEF_REQUEST {
 } tagST_BRIEF_REQUEST;
 TOCRA_STATIC_ASSERT(sizeof(tagST_BRIEF_REQUEST) == 32, "descriptor request is 8 words");
 
-/* -1000 with "GetBrief_Descriptors_TocraAPI malloc error\n" when the
- * (width + 1) x (height + 1) x 4-byte integral buffer cannot be allocated;
- * -997 with "GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n" when the
- * worker pool cannot be started, in which case that buffer is not freed (the
- * interface's one documented leak: treat -997 as fatal for the session). */
+/* -1000 with "GetBrief_Descriptors_TocraAPI malloc error\n" when the call's
+ * scratch (16 bytes per keypoint for the walk order, 960 KiB of integral
+ * windows) cannot be allocated; -997 with "GetBrief_Descriptors_TocraAPI
+ * MultiThread_Init fail\n" when the worker pool cannot be started, in which
+ * case the walk order's block is not freed (the interface's one documented
+ * leak: treat -997 as fatal for the session). */
 TOCRA_API int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request);
 TOCRA_API int GenerateDiscriptor_Brief_MT(ST_IMAGEFEATURES* features, int* integral, int integralStride);
 TOCRA_API void GenerateDiscriptor_Brief_MT_Caller(void* job, int workerIndex);

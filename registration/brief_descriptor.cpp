@@ -22,7 +22,7 @@ namespace {
 
 #include "brief_pattern_64_table.inc"
 
-constexpr int kWorkers = 4;
+constexpr int kWorkers = kBriefStripWorkers;
 constexpr int kBoxHalf = 4;  // a box spans offset - 4 .. offset + 4
 
 // What each of the four workers receives.
@@ -53,6 +53,26 @@ void PrefetchPatch(const uint32_t* base, ptrdiff_t stride, const tagST_KEYPOINT&
     }
 }
 
+// Workers 0 .. 3 in turn: wait until idle, hand over the job, post; then
+// clean them in order and answer the last result. A slot the pool cannot
+// take (the caller did not start the pool) runs its share on the calling
+// thread, so no descriptor is left unwritten.
+int RunOnWorkers(MultiThreadCallback body, void* job) {
+    bool pooled[kWorkers];
+    for (int t = 0; t < kWorkers; ++t) {
+        pooled[t] = MultiThread_wait(t) == 0;
+        if (pooled[t]) {
+            MultiThread_set(t, body, job);
+            MultiThread_post(t);
+        } else {
+            body(job, t);
+        }
+    }
+    int status = 0;
+    for (int t = 0; t < kWorkers; ++t) status = pooled[t] ? MultiThread_clean(t) : 0;
+    return status;
+}
+
 bool UsableFeatures(const int* integral, const ST_IMAGEFEATURES* features) {
     return integral != nullptr && features != nullptr && features->count > 0 && features->pKeyPoints != nullptr &&
            features->pDescriptors != nullptr;
@@ -60,12 +80,23 @@ bool UsableFeatures(const int* integral, const ST_IMAGEFEATURES* features) {
 
 }  // namespace
 
+const BriefReach kBriefReach = {kBriefMinDy - kBoxHalf, kBriefMaxDy + kBoxHalf + 1, kBriefMinDx - kBoxHalf,
+                                kBriefMaxDx + kBoxHalf + 1};
+static_assert(kBriefMaxDy - kBriefMinDy + 2 * kBoxHalf + 2 <= kBriefWindowRows,
+              "a keypoint's integral rows must fit in a strip window");
+static_assert(kBriefBandColumns + kBriefMaxDx - kBriefMinDx + 2 * kBoxHalf + 1 <= kBriefWindowColumns,
+              "a band's integral columns must fit in a strip window");
+
 bool BriefKeypointInside(const tagST_KEYPOINT& kp, int width, int height) {
     const int64_t px = BriefCentre(kp.x);
     const int64_t py = BriefCentre(kp.y);
     // Integral rows py + dy - 4 .. py + dy + 5 and the same for columns.
     return px + kBriefMinDx - kBoxHalf >= 0 && px + kBriefMaxDx + kBoxHalf + 1 <= width &&
            py + kBriefMinDy - kBoxHalf >= 0 && py + kBriefMaxDy + kBoxHalf + 1 <= height;
+}
+
+void BriefDescriptorAt(const uint32_t* p, ptrdiff_t stride, uint8_t* d) {
+#include "brief_pattern_64_unrolled.inc"
 }
 
 void GenerateDiscriptor_Brief_Table(const int* integral, ST_IMAGEFEATURES* features, int integralStride) {
@@ -114,8 +145,7 @@ extern "C" void GenerateDiscriptor_Brief(const int* integral, ST_IMAGEFEATURES* 
         if (i + kPrefetchAhead < features->count) {
             PrefetchPatch(base, stride, features->pKeyPoints[i + kPrefetchAhead]);
         }
-        uint8_t* d = features->pDescriptors + static_cast<size_t>(i) * TOCRA_DESCRIPTOR_BYTES;
-#include "brief_pattern_64_unrolled.inc"
+        BriefDescriptorAt(p, stride, features->pDescriptors + static_cast<size_t>(i) * TOCRA_DESCRIPTOR_BYTES);
     }
 }
 
@@ -137,22 +167,38 @@ extern "C" void GenerateDiscriptor_Brief_MT_Caller(void* arg, int workerIndex) {
 extern "C" int GenerateDiscriptor_Brief_MT(ST_IMAGEFEATURES* features, int* integral, int integralStride) {
     if (features == nullptr || integral == nullptr) return -1;
     BriefJob job = {integralStride, kWorkers, integral, features};
-    // A slot the pool cannot take (the caller did not start the pool) runs
-    // its share on the calling thread, so no descriptor is left unwritten.
-    bool pooled[kWorkers];
-    for (int t = 0; t < kWorkers; ++t) {
-        pooled[t] = MultiThread_wait(t) == 0;
-        if (pooled[t]) {
-            MultiThread_set(t, GenerateDiscriptor_Brief_MT_Caller, &job);
-            MultiThread_post(t);
-        } else {
-            GenerateDiscriptor_Brief_MT_Caller(&job, t);
-        }
-    }
-    int status = 0;
-    for (int t = 0; t < kWorkers; ++t) status = pooled[t] ? MultiThread_clean(t) : 0;
-    return status;
+    return RunOnWorkers(GenerateDiscriptor_Brief_MT_Caller, &job);
 }
+
+namespace {
+
+// One worker's share of the walk: slots per * t onwards, per = count / 4,
+// the last worker taking the remainder.
+struct BriefStripJob {
+    const uint8_t* image;
+    int width;
+    int stride;
+    ST_IMAGEFEATURES features;
+    const BriefSlot* slots;
+    uint8_t* windows;
+};
+
+void BriefStripWorker(void* arg, int t) {
+    const BriefStripJob* job = static_cast<const BriefStripJob*>(arg);
+    const int count = job->features.count;
+    const int per = count / kBriefStripWorkers;
+    const int begin = per * t;
+    const int end = t == kBriefStripWorkers - 1 ? count : begin + per;
+#if defined(BRIMVEL_PLAIN_ONLY)
+    const BriefIntegralRowFn row = BriefIntegralRow_C;
+#else
+    const BriefIntegralRowFn row = BriefIntegralRow_NEON;
+#endif
+    uint32_t* window = reinterpret_cast<uint32_t*>(job->windows + static_cast<size_t>(t) * kBriefWindowBytes);
+    BriefDescribeSlots(job->image, job->width, job->stride, job->features, job->slots, begin, end, window, row);
+}
+
+}  // namespace
 
 extern "C" int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request) {
     TOCRA_ONE_CALL_AT_A_TIME("GetBrief_Descriptors_TocraAPI");
@@ -168,20 +214,22 @@ extern "C" int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request) {
         return TOCRA_NULL_POINTER;
     }
 
-    // Checks of our own, before any memory is written: sizes that describe
-    // no image, a negative count, and keypoints whose boxes would read
-    // outside the integral image are refused as bad arguments (-998).
+    // Checks of our own, before any memory is written. A count below one
+    // describes no keypoint: nothing is read or written and the call ends
+    // as an empty one does. With keypoints, sizes that describe no image or
+    // rows that overlap (the stride below the width), and keypoints whose
+    // boxes would read outside the integral image, are refused (-998).
     const int width = request->width;
     const int height = request->height;
     const int stride = request->stride;
-    const int count = request->count;
-    // At most 2^62 entries, so the product cannot wrap; the bound is the
-    // integral image's own.
+    const int count = request->count > 0 ? request->count : 0;
+    // A frame whose whole-frame integral ((width + 1) x (height + 1) entries)
+    // could not be addressed is not an image any buffer holds either.
     const uint64_t entries = (static_cast<uint64_t>(width) + 1) * (static_cast<uint64_t>(height) + 1);
-    if (width <= 0 || height <= 0 || stride < width || count < 0 || entries > SIZE_MAX / 8 ||
-        static_cast<uint64_t>(count) * TOCRA_DESCRIPTOR_BYTES > SIZE_MAX / 2) {
+    if (count > 0 && (width <= 0 || height <= 0 || stride < width || entries > SIZE_MAX / 8 ||
+                      static_cast<uint64_t>(count) * TOCRA_DESCRIPTOR_BYTES > SIZE_MAX / 2)) {
         TOCRA_LOGE("GetBrief_Descriptors_TocraAPI invalid size: width[%d] height[%d] stride[%d] count[%d]\n", width,
-                   height, stride, count);
+                   height, stride, request->count);
         return TOCRA_NULL_POINTER;
     }
     for (int i = 0; i < count; ++i) {
@@ -191,21 +239,26 @@ extern "C" int GetBrief_Descriptors_TocraAPI(tagST_BRIEF_REQUEST* request) {
         }
     }
 
-    int* integral = static_cast<int*>(platform_malloc(static_cast<size_t>(entries) * sizeof(int)));
-    if (integral == nullptr) {
+    // The walk order, then a window of integral rows per worker.
+    BriefSlot* slots = static_cast<BriefSlot*>(platform_malloc(BriefOrderBytes(count)));
+    uint8_t* windows = slots == nullptr ? nullptr : static_cast<uint8_t*>(platform_malloc(kBriefWindowsBytes));
+    if (windows == nullptr) {
+        platform_free(slots);
         TOCRA_LOGE("GetBrief_Descriptors_TocraAPI malloc error\n");
         return TOCRA_NO_MEMORY;
     }
     if (MultiThread_Init(kWorkers) != 0) {
-        // The integral buffer is not released on this path (the caller
-        // contract documents the leak).
+        // The walk order's block is not released on this path (the caller
+        // contract documents the leak); the windows are.
+        platform_free(windows);
         TOCRA_LOGE("GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n");
         return TOCRA_THREAD_FAILED;
     }
-    IntergralMat_MT(image, integral, width, height, stride);
-    ST_IMAGEFEATURES features = {keypoints, descriptors, count};
-    GenerateDiscriptor_Brief_MT(&features, integral, width + 1);
-    platform_free(integral);
+    BriefOrderKeypoints(keypoints, count, slots);
+    BriefStripJob job = {image, width, stride, {keypoints, descriptors, count}, slots, windows};
+    RunOnWorkers(BriefStripWorker, &job);
+    platform_free(windows);
+    platform_free(slots);
     platform_cacheflush(descriptors, descriptors + static_cast<size_t>(count) * TOCRA_DESCRIPTOR_BYTES);
     MultiThread_destory();
     return TOCRA_OK;

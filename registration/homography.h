@@ -34,16 +34,6 @@ inline uint32_t MwcNext(uint64_t* state) {
     return static_cast<uint32_t>(*state);
 }
 
-// Float to int32 by truncation toward zero, saturating at the int32 range
-// and giving 0 for NaN: what the ARM conversion instruction does, made
-// defined everywhere (a plain cast is undefined outside the range).
-inline int32_t TruncToInt(double v) {
-    if (std::isnan(v)) return 0;
-    if (v >= 2147483648.0) return INT32_MAX;
-    if (v <= -2147483648.0) return INT32_MIN;
-    return static_cast<int32_t>(v);
-}
-
 // Classifies every pair against H: mask[i] = 1 when the squared
 // reprojection distance is at most threshold (NaN counts as outlier).
 // Writes the sum of the inliers' squared distances into errSum and returns
@@ -72,7 +62,9 @@ int JacobiEigen(float* A, float* W, float* V, int sweepFactor, unsigned char* wo
 // point is centred on its mean and multiplied by its scale. The vector form
 // gives the same bytes; HomographyDLT uses it.
 void DltNormalMatrix_C(const float* ref, const float* match, int n, const float* norm, float* LtL);
-void DltNormalMatrix_Neon(const float* ref, const float* match, int n, const float* norm, float* LtL);
+#if !defined(BRIMVEL_PLAIN_ONLY)
+void DltNormalMatrix_NEON(const float* ref, const float* match, int n, const float* norm, float* LtL);
+#endif
 
 // c = a * b for row-major 3x3 matrices; c must not alias a or b.
 void MatrixMul3x3(const float* a, const float* b, float* c);

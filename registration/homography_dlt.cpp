@@ -57,7 +57,11 @@ int HomographyDLT(const float* refPoints, const float* matchPoints, int n, float
 
     const float norm[8] = {cMx, cMy, sMx, sMy, cmx, cmy, smx, smy};
     float LtL[81];
-    DltNormalMatrix_Neon(refPoints, matchPoints, n, norm, LtL);
+#if defined(BRIMVEL_PLAIN_ONLY)
+    DltNormalMatrix_C(refPoints, matchPoints, n, norm, LtL);
+#else
+    DltNormalMatrix_NEON(refPoints, matchPoints, n, norm, LtL);
+#endif
 
     float W[9];
     float V[81];

@@ -514,19 +514,19 @@ extern "C" void LM_Minimize(int m, int n, float* x, lm_evaluate_ftype evaluate, 
 
 extern "C" void LM_Evaluate(float* h, int m, float* fvec, void* data, int* /*info*/) {
     // Guard of our own: nothing is written through a null pointer, and no
-    // more than m residuals (whole pairs) are written.
+    // residual past the m that fvec holds (with m odd, the last pair that
+    // starts inside gets its x residual only).
     const tagST_MATCH_PAIRS* pairs = static_cast<const tagST_MATCH_PAIRS*>(data);
     if (h == nullptr || fvec == nullptr || pairs == nullptr || pairs->pRefPoint == nullptr ||
         pairs->pMatchPoint == nullptr) {
         return;
     }
-    int count = pairs->pointNum;
-    if (count > m / 2) count = m / 2;
-    for (int i = 0; i < count; ++i) {
+    const int64_t residuals = m;
+    for (int64_t i = 0; i < pairs->pointNum && 2 * i < residuals; ++i) {
         const float x = pairs->pRefPoint[2 * i];
         const float y = pairs->pRefPoint[2 * i + 1];
         const float w = 1.0f / (h[6] * x + h[7] * y + h[8]);
         fvec[2 * i] = (h[0] * x + h[1] * y + h[2]) * w - pairs->pMatchPoint[2 * i];
-        fvec[2 * i + 1] = (h[3] * x + h[4] * y + h[5]) * w - pairs->pMatchPoint[2 * i + 1];
+        if (2 * i + 1 < residuals) fvec[2 * i + 1] = (h[3] * x + h[4] * y + h[5]) * w - pairs->pMatchPoint[2 * i + 1];
     }
 }

@@ -7,6 +7,9 @@
 
 #include "brimvel_tocra.h"
 #include "frame/log.h"
+#include "frame/numeric.h"
+
+using tocra::TruncSatToInt32;
 
 namespace {
 
@@ -18,19 +21,9 @@ const char kAreaError[] = "IMG_REGISTRATION: calculate motion area error!";
 const char kNoOverlap[] = "IMG_REGISTRATION: calculate motion area error";
 const char kTooLarge[] = "IMG_REGISTRATION: the global motion between two frames is too large!";
 
-// Float (or double) to int as the ARM conversion does it: truncation toward
-// zero, saturating at the int range, NaN to 0. Far-off and NaN corners stay
-// defined.
-inline int32_t TruncSat(double v) {
-    if (!(v == v)) return 0;
-    if (v >= 2147483647.0) return INT32_MAX;
-    if (v <= -2147483648.0) return INT32_MIN;
-    return static_cast<int32_t>(v);
-}
-
 // Left and top sides round half up (in double), right and bottom sides
 // truncate.
-inline int32_t RoundHalfUp(float v) { return TruncSat(static_cast<double>(v) + 0.5); }
+inline int32_t RoundHalfUp(float v) { return TruncSatToInt32(static_cast<double>(v) + 0.5); }
 
 struct Point {
     float x, y;
@@ -110,8 +103,8 @@ extern "C" int MotionEstimation(float* H, int W, int Hh, tagST_REGISTRATION_AREA
         const float d = i20 * x + i21 * y + 1.0f;
         const float mx = (i00 * x + i01 * y + i02) / d;
         const float my = (i10 * x + i11 * y + i12) / d;
-        X[k] = (k == 0 || k == 2) ? RoundHalfUp(mx) : TruncSat(mx);
-        Y[k] = (k == 0 || k == 1) ? RoundHalfUp(my) : TruncSat(my);
+        X[k] = (k == 0 || k == 2) ? RoundHalfUp(mx) : TruncSatToInt32(mx);
+        Y[k] = (k == 0 || k == 1) ? RoundHalfUp(my) : TruncSatToInt32(my);
     }
 
     // 4. Covered intervals.

@@ -15,6 +15,7 @@
 
 #include "brimvel_tocra.h"
 #include "frame/log.h"
+#include "frame/numeric.h"
 #include "registration/homography.h"
 
 namespace tocra {
@@ -36,7 +37,7 @@ inline unsigned char* AlignUp4(unsigned char* p) {
 
 // Truncated difference of two float coordinates, as the degeneracy and
 // distance tests use it.
-inline int32_t TruncDiff(float a, float b) { return TruncToInt(a - b); }
+inline int32_t TruncDiff(float a, float b) { return TruncSatToInt32(a - b); }
 
 // Draws four distinct, well-spread, non-degenerate pairs into the two sample
 // arrays. Returns false after the 100th abandoned attempt.
@@ -94,7 +95,24 @@ int UpdateNumIters(float confidence, int n, int best, int niters, bool* stop) {
     num = static_cast<float>(std::log(static_cast<double>(num)));
     denom = static_cast<float>(std::log(static_cast<double>(denom)));
     if (denom >= 0.0f || -num >= static_cast<float>(niters) * -denom) return niters;
-    return TruncToInt(static_cast<double>(num / denom) + 0.5);
+    return TruncSatToInt32(static_cast<double>(num / denom) + 0.5);
+}
+
+// Copies the pairs whose mask byte is nonzero, in order, to the front of
+// refOut and matchOut and returns how many. The outputs may be the inputs
+// (a stable compaction in place: a pair only ever moves forward).
+int GatherMarked(const unsigned char* mask, int n, const float* ref, const float* match, float* refOut,
+                 float* matchOut) {
+    int m = 0;
+    for (int i = 0; i < n; ++i) {
+        if (mask[i] == 0) continue;
+        refOut[2 * m] = ref[2 * i];
+        refOut[2 * m + 1] = ref[2 * i + 1];
+        matchOut[2 * m] = match[2 * i];
+        matchOut[2 * m + 1] = match[2 * i + 1];
+        ++m;
+    }
+    return m;
 }
 
 }  // namespace
@@ -159,11 +177,17 @@ extern "C" int AlignData(int value, int alignment) {
 
 extern "C" int Refine(tagST_MATCH_PAIRS* pairs, unsigned char* mask, float* H, float threshold, float* errSum,
                       int* inlierCount) {
-    // Guards of our own: null records and negative counts are refused with
-    // the function's failure result before any memory is touched.
+    // Guards of our own: null records are refused with the function's
+    // failure result before any memory is touched.
     if (pairs == nullptr || mask == nullptr || H == nullptr || errSum == nullptr || inlierCount == nullptr) return -1;
     const int n = pairs->pointNum;
-    if (n < 0 || (n > 0 && (pairs->pRefPoint == nullptr || pairs->pMatchPoint == nullptr))) return -1;
+    if (n > 0 && (pairs->pRefPoint == nullptr || pairs->pMatchPoint == nullptr)) return -1;
+    if (n < 0) {
+        // 60 * n + 56 bytes is no size for a negative count: the request for
+        // the work memory fails, as the allocator answers one it cannot meet.
+        TOCRA_LOGE("Refine malloc failed!\n");
+        return -1;
+    }
     const uint64_t bytes = 60u * static_cast<uint64_t>(n) + 56u;
     if (bytes > SIZE_MAX) return -1;
 
@@ -181,15 +205,7 @@ extern "C" int Refine(tagST_MATCH_PAIRS* pairs, unsigned char* mask, float* H, f
     const float* ref = pairs->pRefPoint;
     const float* match = pairs->pMatchPoint;
     for (int pass = 0; pass < 3; ++pass) {
-        int m = 0;
-        for (int i = 0; i < n; ++i) {
-            if (mask[i] == 0) continue;
-            matchIn[2 * m] = match[2 * i];
-            matchIn[2 * m + 1] = match[2 * i + 1];
-            refIn[2 * m] = ref[2 * i];
-            refIn[2 * m + 1] = ref[2 * i + 1];
-            ++m;
-        }
+        const int m = GatherMarked(mask, n, ref, match, refIn, matchIn);
         // The fit takes the first inlierCount gathered pairs; with the mask
         // and count from one classification (as inside RANSAC) that is all
         // of them. A caller's count above what the mask gathered would read
@@ -274,17 +290,7 @@ extern "C" int RansacEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PA
     // four pairs (no iteration ran) only the n pairs and n mask bytes that
     // exist are read; the count still becomes 4, as the caller asked for no
     // iteration.
-    float* ref = pairs->pRefPoint;
-    float* match = pairs->pMatchPoint;
-    int j = 0;
-    for (int i = 0; i < n; ++i) {
-        if (bestMask[i] == 0) continue;
-        ref[2 * j] = ref[2 * i];
-        ref[2 * j + 1] = ref[2 * i + 1];
-        match[2 * j] = match[2 * i];
-        match[2 * j + 1] = match[2 * i + 1];
-        ++j;
-    }
+    GatherMarked(bestMask, n, pairs->pRefPoint, pairs->pMatchPoint, pairs->pRefPoint, pairs->pMatchPoint);
     pairs->pointNum = best;
     TOCRA_LOGI("ransac iteration count:%d\n", iterations);
     TOCRA_LOGI("ransac find inliner count:%d/%d\n", best, n);

@@ -6,9 +6,10 @@
 // hold 32-bit buffer handles, converted through the pipeline's hook.
 //
 // What the caller guarantees (nothing in the records tells the sizes):
-// - the point buffers hold matchNum pairs of two floats each, the index
-//   buffers matchNum uint16 entries, and every index names a keypoint inside
-//   its keypoint buffer;
+// - the point buffers hold matchNum pairs of two floats each (and pointNum
+//   pairs when that is more: RANSAC reads pointNum), the index buffers
+//   matchNum uint16 entries, and every index names a keypoint inside its
+//   keypoint buffer;
 // - the planes of the input and output pictures hold a frame of the record's
 //   size: planar luma pitch (width + 127) & ~127, chroma pitch
 //   ((width / 2) + 127) & ~127; NV12 planes with pitch `width`.
@@ -23,6 +24,7 @@
 #include "frame/log.h"
 #include "frame/picture.h"
 #include "frame/platform.h"
+#include "registration/homography.h"
 
 using tocra::ConvertAddr;
 using tocra::InvalidateBuffer;
@@ -108,10 +110,14 @@ extern "C" int RansacEst_TocraAPI(tagST_RANSAC_REQUEST* request) {
         TOCRA_LOGE("FunConvert2Addr error!");
         return TOCRA_NULL_POINTER;
     }
-    // Checks of our own: RANSAC works on pointNum pairs inside buffers and a
-    // scratch sized for matchNum, so pointNum may not exceed matchNum.
+    // Checks of our own. RANSAC reads pointNum pairs of the caller's arrays
+    // and uses, of the matchNum x 80-byte scratch, two mask bytes per pair
+    // and the solver's work area (after rounding up to a word): a scratch
+    // smaller than that is refused, as is a byte count that would not fit
+    // the 32-bit product the size is described with.
     const int matchNum = request->matchNum;
-    if (matchNum < pairs.pointNum || matchNum > INT32_MAX / 80) {
+    const int64_t scratchUse = 2 * static_cast<int64_t>(pairs.pointNum) + 3 + tocra::kJacobiWorkBytes;
+    if (matchNum > INT32_MAX / 80 || static_cast<int64_t>(matchNum) * 80 < scratchUse) {
         TOCRA_LOGE("ransac match number %d does not cover point number %d\n", matchNum, pairs.pointNum);
         return TOCRA_NULL_POINTER;
     }

@@ -83,7 +83,7 @@ rows=(
   "brief_api 1000 1 \`GetBrief_Descriptors_TocraAPI\`, 1,000 keypoints"
   "brief_api 5000 1 \`GetBrief_Descriptors_TocraAPI\`, 5,000 keypoints"
   "ransac 0 0 \`RansacEstimation\`, both passes of the entry point, 2,000 pairs"
-  "dlt_normal 0 0 DLT normal matrix (\`tocra::DltNormalMatrix_Neon\`), 1,400 pairs"
+  "dlt_normal 0 0 DLT normal matrix (\`tocra::DltNormalMatrix_NEON\`), 1,400 pairs"
   "warp_yuv420 0 1 \`AffineTransform_neon\` planar, with the border fill"
   "warp_nv12 0 1 \`AffineTransform_neon\` NV12, with the border fill"
   "fill_nv12 0 1 \`FillBlank_neon_NV12\` border copy"

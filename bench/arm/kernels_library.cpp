@@ -47,7 +47,11 @@ int RansacEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PARAMS* param
     return ::RansacEstimation(pairs, H, params, scratch);
 }
 void DltNormalMatrix(const float* ref, const float* match, int n, const float* norm, float* LtL) {
-    tocra::DltNormalMatrix_Neon(ref, match, n, norm, LtL);
+#if defined(BRIMVEL_PLAIN_ONLY)
+    tocra::DltNormalMatrix_C(ref, match, n, norm, LtL);
+#else
+    tocra::DltNormalMatrix_NEON(ref, match, n, norm, LtL);
+#endif
 }
 int AffineTransform_neon(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H, tagST_REGISTRATION_AREA* area,
                          unsigned char* scratch) {

@@ -41,7 +41,7 @@ using tocra::RowOffset;
 
 // The executable is linked with --wrap for the normal-matrix symbol: the
 // library's HomographyDLT then calls this, and RANSAC runs the plain form.
-extern "C" void __wrap__ZN5tocra20DltNormalMatrix_NeonEPKfS1_iS1_Pf(const float* ref, const float* match, int n,
+extern "C" void __wrap__ZN5tocra20DltNormalMatrix_NEONEPKfS1_iS1_Pf(const float* ref, const float* match, int n,
                                                                    const float* norm, float* LtL) {
     tocra::DltNormalMatrix_C(ref, match, n, norm, LtL);
 }

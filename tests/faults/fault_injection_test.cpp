@@ -23,6 +23,7 @@
 
 #include "config/xml_parser.h"
 #include "frame/platform.h"
+#include "registration/brief.h"
 #include "support/entry_cases.h"
 #include "support/test_support.h"
 
@@ -263,18 +264,18 @@ TEST_F(EntryPointFaults, CalcuFrameBalance) {
 }
 
 TEST_F(EntryPointFaults, GetBriefDescriptors) {
-    const size_t integral = (tocra_test::BriefCase::W + 1) * (tocra_test::BriefCase::H + 1) * 4;
+    const size_t order = tocra::BriefOrderBytes(tocra_test::BriefCase::N);
     ExerciseAll({"GetBrief_Descriptors_TocraAPI", [&] { c.brief.Prepare(); },
                  [&] { return GetBrief_Descriptors_TocraAPI(&c.brief.p); }, [&] { return c.brief.Outputs(); },
                  [&] { return c.brief.GuardsIntact(); },
-                 [integral](const std::string& what, size_t size) -> Outcome {
-                     if (what == "alloc" && size == integral)
+                 [order](const std::string& what, size_t size) -> Outcome {
+                     if (what == "alloc" && (size == order || size == tocra::kBriefWindowsBytes))
                          return {-1000, 6, "GetBrief_Descriptors_TocraAPI malloc error\n", Outcome::kUntouched};
                      if (what == "alloc") return Unexpected(what, size);
-                     // The integral buffer is not freed on this path: the one
+                     // The walk order is not freed on this path: the one
                      // leak the interface documents.
                      return {-997, 6, "GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n", Outcome::kUntouched,
-                             integral};
+                             order};
                  }});
 }
 

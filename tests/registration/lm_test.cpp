@@ -359,10 +359,20 @@ TEST(LmEvaluate, ResidualsUseAllNineEntries) {
     EXPECT_FLOAT_EQ(f[2], (2 * -5 + 1) / 2.0f - 3);
     EXPECT_FLOAT_EQ(f[3], (3 * 7 - 1) / 2.0f - 4);
 
-    // Never more than m residuals, nothing through null pointers.
-    float g[3] = {7, 7, 7};
+    // Exactly m residuals: with m = 3 the second pair gets its x residual,
+    // nothing past it; nothing through null pointers.
+    float g[4] = {7, 7, 7, 7};
     LM_Evaluate(h, 3, g, &pairs, &info);
-    EXPECT_EQ(g[2], 7.0f);
+    EXPECT_FLOAT_EQ(g[0], (2 * 10 + 1) / 2.0f - 1);
+    EXPECT_FLOAT_EQ(g[2], (2 * -5 + 1) / 2.0f - 3);
+    EXPECT_EQ(g[3], 7.0f);
+    float one[2] = {7, 7};
+    LM_Evaluate(h, 1, one, &pairs, &info);
+    EXPECT_FLOAT_EQ(one[0], (2 * 10 + 1) / 2.0f - 1);
+    EXPECT_EQ(one[1], 7.0f);
+    LM_Evaluate(h, 0, one, &pairs, &info);
+    LM_Evaluate(h, -4, one, &pairs, &info);
+    EXPECT_EQ(one[1], 7.0f);
     LM_Evaluate(nullptr, 4, f, &pairs, &info);
     LM_Evaluate(h, 4, nullptr, &pairs, &info);
     LM_Evaluate(h, 4, f, nullptr, &info);

@@ -222,12 +222,35 @@ TEST(RansacEstApi, UnconvertibleHandlesAnswer998WithTheirLines) {
     EXPECT_TRUE(tocra_test::Logged(6, "ransac request pointer is invalid\n"));
 }
 
-TEST(RansacEstApi, MatchNumberMustCoverThePairs) {
+TEST(RansacEstApi, ScratchOfMatchNumberMustHoldTheMasksOfThePairs) {
+    // n pairs take 2n mask bytes and 147 bytes of solver work (after up to
+    // 3 bytes of rounding): 80 * matchNum bytes must hold 2n + 150.
     Scene s(false);
     s.Prepare(1, kBurst[0].H, 1, 0);
-    s.ransac.matchNum = s.ransac.pointNum - 1;
-    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), -998);
-    s.ransac.matchNum = -5;
+    const int n = s.ransac.pointNum;
+    ASSERT_GT(n, 20);
+    // Fewer conversions than pairs, scratch still large enough: the pairs
+    // past matchNum are read as the caller left them.
+    s.ransac.matchNum = n - 1;
+    tocra_test::ClearLog();
+    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), 0);
+    EXPECT_TRUE(tocra_test::Logged(4, "ransac received match point num = " + std::to_string(n - 1)));
+    for (int m : {-5, 0, 1}) {
+        s.Prepare(1, kBurst[0].H, 1, 0);
+        s.ransac.matchNum = m;
+        tocra_test::ClearLog();
+        EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), -998) << m;
+        EXPECT_TRUE(tocra_test::Logged(
+            6, "ransac match number " + std::to_string(m) + " does not cover point number " + std::to_string(n) + "\n"));
+    }
+    // Exactly enough: 80 * 3 = 240 bytes for 45 pairs (90 + 150), one pair more is too many.
+    s.Prepare(1, kBurst[0].H, 1, 0);
+    s.ransac.pointNum = 45;
+    s.ransac.matchNum = 3;
+    EXPECT_NE(RansacEst_TocraAPI(&s.ransac), -998);
+    s.Prepare(1, kBurst[0].H, 1, 0);
+    s.ransac.pointNum = 46;
+    s.ransac.matchNum = 3;
     EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), -998);
 }
 
