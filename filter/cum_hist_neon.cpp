@@ -18,22 +18,34 @@ struct CounterSets {
     uint32_t* c3;
 };
 
-// The sixteen bytes are taken out of the vector as two 64-bit halves and
-// counted from there: one field extraction, load, add and store per byte
-// (no round trip through memory).
-inline void Count8(const CounterSets& c, uint64_t w) {
-    for (int i = 0; i < 8; i += 4) {
-        ++c.c0[(w >> (8 * i)) & 0xFF];
-        ++c.c1[(w >> (8 * i + 8)) & 0xFF];
-        ++c.c2[(w >> (8 * i + 16)) & 0xFF];
-        ++c.c3[(w >> (8 * i + 24)) & 0xFF];
-    }
+// Counts the four bytes of w into the four sets: one field extraction,
+// load, add and store per byte.
+inline void Count4(const CounterSets& c, uint32_t w) {
+    ++c.c0[w & 0xFF];
+    ++c.c1[(w >> 8) & 0xFF];
+    ++c.c2[(w >> 16) & 0xFF];
+    ++c.c3[w >> 24];
 }
 
+// The sixteen bytes are taken out of the vector into general registers and
+// counted from there (no round trip through memory): on 64-bit ARM as two
+// 64-bit halves, elsewhere as four 32-bit lanes (on 32-bit ARM a 64-bit
+// half would take a register pair and two-register shifts).
 inline void Count16(const CounterSets& c, uint8x16_t v) {
+#if defined(__aarch64__)
     const uint64x2_t w = vreinterpretq_u64_u8(v);
-    Count8(c, vgetq_lane_u64(w, 0));
-    Count8(c, vgetq_lane_u64(w, 1));
+    const uint64_t lo = vgetq_lane_u64(w, 0), hi = vgetq_lane_u64(w, 1);
+    Count4(c, static_cast<uint32_t>(lo));
+    Count4(c, static_cast<uint32_t>(lo >> 32));
+    Count4(c, static_cast<uint32_t>(hi));
+    Count4(c, static_cast<uint32_t>(hi >> 32));
+#else
+    const uint32x4_t w = vreinterpretq_u32_u8(v);
+    Count4(c, vgetq_lane_u32(w, 0));
+    Count4(c, vgetq_lane_u32(w, 1));
+    Count4(c, vgetq_lane_u32(w, 2));
+    Count4(c, vgetq_lane_u32(w, 3));
+#endif
 }
 
 }  // namespace

@@ -53,12 +53,20 @@ inline uint32_t* OwnBase(uint32_t* p) {
     return p;
 }
 
-// Counts the eight bytes of w (eight block means taken out of a vector in
-// one move): one field extraction, load, add and store each.
-inline void CountBytes(uint32_t* counts, uint64_t w) {
+// Counts the eight bytes of m (eight block means). On 64-bit ARM they are
+// taken into a general register in one move: one field extraction, load,
+// add and store each. Elsewhere they go through memory, one byte load each
+// (on 32-bit ARM, with its fewer registers, extracting them counted more).
+inline void CountBytes(uint32_t* counts, uint8x8_t m) {
+#if defined(__aarch64__)
+    const uint64_t w = vget_lane_u64(vreinterpret_u64_u8(m), 0);
     for (int i = 0; i < 8; ++i) ++counts[(w >> (8 * i)) & 0xFF];
+#else
+    uint8_t b[8];
+    vst1_u8(b, m);
+    for (int i = 0; i < 8; ++i) ++counts[b[i]];
+#endif
 }
-
 }  // namespace
 
 namespace tocra {
@@ -81,11 +89,9 @@ void Yuv2RgbRow_NEON(const RgbPlanes& p, const RgbPair& pr, uint32_t* hist, int 
             vst1q_u8(p.g + pr.o1 + x, bottom.g);
             vst1q_u8(p.r + pr.o1 + x, bottom.r);
         }
-        const uint64x2_t bg =
-            vreinterpretq_u64_u8(vcombine_u8(BlockMeans(top.b, bottom.b), BlockMeans(top.g, bottom.g)));
-        CountBytes(histB, vgetq_lane_u64(bg, 0));
-        CountBytes(histG, vgetq_lane_u64(bg, 1));
-        CountBytes(histR, vget_lane_u64(vreinterpret_u64_u8(BlockMeans(top.r, bottom.r)), 0));
+        CountBytes(histB, BlockMeans(top.b, bottom.b));
+        CountBytes(histG, BlockMeans(top.g, bottom.g));
+        CountBytes(histR, BlockMeans(top.r, bottom.r));
     }
     if (x < width) Yuv2RgbRow_C(p, AdvancePair(pr, x), hist, width - x);
 }
