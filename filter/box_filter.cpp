@@ -93,21 +93,11 @@ extern "C" int BoxFilter_TocraAPI(BoxFilterApiParams* params) {
         return TOCRA_NULL_POINTER;
     }
     const BoxFilterApiParams p = *params;
-    tocra::FaceMap m;
-    m.map = static_cast<uint8_t*>(tocra::ConvertAddr(p.hOutput));
-    m.faces = static_cast<const uint8_t*>(tocra::ConvertAddr(p.hFaces));
-    m.work = static_cast<uint8_t*>(tocra::ConvertAddr(p.hWork));
+    tocra::FaceMap m = tocra::FaceMapOf(p, p.hOutput, p.width, p.height);
     if (m.map == nullptr || m.faces == nullptr) {
         TOCRA_LOGI("BoxfilterYuv2RgbHist convert addr pointer error\n");
         return TOCRA_THREAD_FAILED;
     }
-    m.workSize = p.workSize;
-    m.faceNum = p.faceNum;
-    m.ratio = p.nFaceAjustRatio;
-    m.margin = p.nMargin;
-    m.width = p.width;
-    m.height = p.height;
-    m.radius = p.nSmoothRadius;
     // The map is stride * height bytes with stride = width rounded up to 128.
     // A map of no bytes is nothing to paint; refused (-998 and a line): a
     // negative size (the fill would run past the buffer) or one past 2^31 - 1

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "frame/hooks.h"
+
 namespace tocra {
 
 struct FaceMap {
@@ -21,6 +23,28 @@ struct FaceMap {
     int32_t stride;        // width rounded up to a multiple of 128
     int32_t radius;        // nSmoothRadius
 };
+
+// The map of a request: its map, face and work buffers converted from their
+// handles in that order (null where a handle does not convert), its face
+// and smoothing fields copied; the stride is left to the caller. The two
+// requests name the map handle and its size differently, hence the three
+// arguments beside the request.
+template <typename Request>
+FaceMap FaceMapOf(const Request& p, uint32_t hMap, int32_t width, int32_t height) {
+    FaceMap m;
+    m.map = static_cast<uint8_t*>(ConvertAddr(hMap));
+    m.faces = static_cast<const uint8_t*>(ConvertAddr(p.hFaces));
+    m.work = static_cast<uint8_t*>(ConvertAddr(p.hWork));
+    m.workSize = p.workSize;
+    m.faceNum = p.faceNum;
+    m.ratio = p.nFaceAjustRatio;
+    m.margin = p.nMargin;
+    m.width = width;
+    m.height = height;
+    m.stride = 0;
+    m.radius = p.nSmoothRadius;
+    return m;
+}
 
 // Sets the map stride (width rounded up to a multiple of 128) and refuses
 // sizes whose map could not be addressed (width or height not positive,

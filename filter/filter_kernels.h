@@ -13,16 +13,22 @@ namespace tocra {
 // p[x] for x = 0..width-1 (out may be above); returns the row's running sum.
 using IntegralRowFn = uint32_t (*)(uint32_t* out, const uint32_t* above, const uint8_t* p, int width, uint32_t sum);
 uint32_t IntegralRow_C(uint32_t* out, const uint32_t* above, const uint8_t* p, int width, uint32_t sum);
+// Two integral rows: out = above + the running sums of p, then out + pitch =
+// out + the running sums of p + stride (both from 0), width values each.
+using IntegralRowPairFn = void (*)(uint32_t* out, const uint32_t* above, const uint8_t* p, int pitch, int stride,
+                                   int width);
+void IntegralRowPair_C(uint32_t* out, const uint32_t* above, const uint8_t* p, int pitch, int stride, int width);
 // row[c] += add[c], c = 0..cols-1.
 using IntegralAddRowFn = void (*)(uint32_t* row, const uint32_t* add, int cols);
 void IntegralAddRow_C(uint32_t* row, const uint32_t* add, int cols);
-// sums[x] += p[x], x = 0..width-1.
-using IntegralColSumRowFn = void (*)(uint32_t* sums, const uint8_t* p, int width);
-void IntegralColSumRow_C(uint32_t* sums, const uint8_t* p, int width);
+// sums[x] += p[x] + p[stride + x] + ... over `rows` rows, x = 0..width-1.
+using IntegralColSumRowsFn = void (*)(uint32_t* sums, const uint8_t* p, int stride, int rows, int width);
+void IntegralColSumRows_C(uint32_t* sums, const uint8_t* p, int stride, int rows, int width);
 #if !defined(BRIMVEL_PLAIN_ONLY)
 uint32_t IntegralRow_NEON(uint32_t* out, const uint32_t* above, const uint8_t* p, int width, uint32_t sum);
+void IntegralRowPair_NEON(uint32_t* out, const uint32_t* above, const uint8_t* p, int pitch, int stride, int width);
 void IntegralAddRow_NEON(uint32_t* row, const uint32_t* add, int cols);
-void IntegralColSumRow_NEON(uint32_t* sums, const uint8_t* p, int width);
+void IntegralColSumRows_NEON(uint32_t* sums, const uint8_t* p, int stride, int rows, int width);
 #endif
 // The summed-area table of IntergralMat_MT (arguments already checked) with
 // the plain rows or the vector ones (plain-only builds: always plain).

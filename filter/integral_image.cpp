@@ -2,7 +2,7 @@
 // pool: first the column sums of bands 0..2 (each into the last integral row
 // of its band), which the calling thread turns into the integral rows that
 // sit above bands 1..3; then every band builds its rows from the row above,
-// each row's prefix sums added to it in one go.
+// two at a time, each row's prefix sums added to the row above it in one go.
 #include <cstdint>
 #include <cstring>
 
@@ -21,38 +21,55 @@ uint32_t IntegralRow_C(uint32_t* out, const uint32_t* above, const uint8_t* p, i
     return sum;
 }
 
+void IntegralRowPair_C(uint32_t* out, const uint32_t* above, const uint8_t* p, int pitch, int stride, int width) {
+    IntegralRow_C(out, above, p, width, 0);
+    IntegralRow_C(out + pitch, out, p + stride, width, 0);
+}
+
 void IntegralAddRow_C(uint32_t* row, const uint32_t* add, int cols) {
     for (int c = 0; c < cols; ++c) row[c] += add[c];
 }
 
-void IntegralColSumRow_C(uint32_t* sums, const uint8_t* p, int width) {
-    for (int x = 0; x < width; ++x) sums[x] += p[x];
+void IntegralColSumRows_C(uint32_t* sums, const uint8_t* p, int stride, int rows, int width) {
+    for (int i = 0; i < rows; ++i) {
+        const uint8_t* q = p + RowOffset(i, stride);
+        for (int x = 0; x < width; ++x) sums[x] += q[x];
+    }
 }
 
 namespace {
 
 struct IntegralRows {
     IntegralRowFn row;
+    IntegralRowPairFn pair;
     IntegralAddRowFn add;
-    IntegralColSumRowFn colSum;
+    IntegralColSumRowsFn colSums;
 };
 
 IntegralRows PickIntegralRows(bool plain) {
 #if defined(BRIMVEL_PLAIN_ONLY)
     (void)plain;
-    return IntegralRows{IntegralRow_C, IntegralAddRow_C, IntegralColSumRow_C};
+    return IntegralRows{IntegralRow_C, IntegralRowPair_C, IntegralAddRow_C, IntegralColSumRows_C};
 #else
-    if (plain) return IntegralRows{IntegralRow_C, IntegralAddRow_C, IntegralColSumRow_C};
-    return IntegralRows{IntegralRow_NEON, IntegralAddRow_NEON, IntegralColSumRow_NEON};
+    if (plain) return IntegralRows{IntegralRow_C, IntegralRowPair_C, IntegralAddRow_C, IntegralColSumRows_C};
+    return IntegralRows{IntegralRow_NEON, IntegralRowPair_NEON, IntegralAddRow_NEON, IntegralColSumRows_NEON};
 #endif
 }
 
-// Integral row r (r = 1..height) from source row r - 1 and integral row r - 1.
-inline void BuildRow(const IntegralRows& rows, uint32_t* dst, int pitch, const uint8_t* src, int stride, int r) {
+// Integral rows r .. r + count - 1 (r >= 1, count 1 or 2) from source rows
+// r - 1 .. and integral row r - 1.
+inline void BuildRows(const IntegralRows& rows, uint32_t* dst, int pitch, const uint8_t* src, int stride, int r,
+                      int count) {
     uint32_t* out = dst + RowOffset(r, pitch);
     const uint32_t* above = out - pitch;
+    const uint8_t* p = src + RowOffset(r - 1, stride);
     out[0] = above[0];
-    rows.row(out + 1, above + 1, src + RowOffset(r - 1, stride), pitch - 1, 0);
+    if (count == 2) {
+        out[pitch] = above[0];
+        rows.pair(out + 1, above + 1, p, pitch, stride, pitch - 1);
+    } else {
+        rows.row(out + 1, above + 1, p, pitch - 1, 0);
+    }
 }
 
 struct IntegralPlaneJob {
@@ -71,8 +88,7 @@ void IntegralColumnSums(void* arg, int k) {
     if (k == kBandTasks - 1 || band.rows == 0) return;
     uint32_t* sums = job->dst + RowOffset(band.first + band.rows, job->pitch);
     memset(sums, 0, sizeof(uint32_t) * static_cast<size_t>(job->pitch));
-    for (int i = 0; i < band.rows; ++i)
-        job->rows.colSum(sums + 1, job->src + RowOffset(band.first + i, job->stride), job->pitch - 1);
+    job->rows.colSums(sums + 1, job->src + RowOffset(band.first, job->stride), job->stride, band.rows, job->pitch - 1);
 }
 
 // Band k's integral rows from the row above the band; the last row of
@@ -81,7 +97,9 @@ void IntegralBandRows(void* arg, int k) {
     const IntegralPlaneJob* job = static_cast<const IntegralPlaneJob*>(arg);
     const Band band = QuarterBand(job->height, k);
     const int last = k == kBandTasks - 1 ? band.rows : band.rows - 1;
-    for (int i = 0; i < last; ++i) BuildRow(job->rows, job->dst, job->pitch, job->src, job->stride, band.first + i + 1);
+    for (int i = 0; i < last; i += 2) {
+        BuildRows(job->rows, job->dst, job->pitch, job->src, job->stride, band.first + i + 1, last - i >= 2 ? 2 : 1);
+    }
 }
 
 }  // namespace

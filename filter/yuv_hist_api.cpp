@@ -140,23 +140,13 @@ extern "C" int BoxfilterYuv2RgbHist_TocraAPI(BoxfilterYuvParams* params) {
     }
     BoxfilterYuvParams p;
     memcpy(&p, params, sizeof(p));
-    tocra::FaceMap m;
-    m.map = static_cast<uint8_t*>(tocra::ConvertAddr(p.hMap));
-    m.faces = static_cast<const uint8_t*>(tocra::ConvertAddr(p.hFaces));
-    m.work = static_cast<uint8_t*>(tocra::ConvertAddr(p.hWork));
+    tocra::FaceMap m = tocra::FaceMapOf(p, p.hMap, p.mapWidth, p.mapHeight);
     const uint8_t* source = static_cast<const uint8_t*>(tocra::ConvertAddr(p.hSource));
     uint8_t* dest = static_cast<uint8_t*>(tocra::ConvertAddr(p.hDest));
     if (dest == nullptr || source == nullptr || m.faces == nullptr || m.map == nullptr) {
         TOCRA_LOGI("BoxfilterYuv2RgbHist convert addr pointer error\n");
         return TOCRA_THREAD_FAILED;
     }
-    m.workSize = p.workSize;
-    m.faceNum = p.faceNum;
-    m.ratio = p.nFaceAjustRatio;
-    m.margin = p.nMargin;
-    m.width = p.mapWidth;
-    m.height = p.mapHeight;
-    m.radius = p.nSmoothRadius;
     if (tocra::PrepareFaceMap("BoxfilterYuv2RgbHist_TocraAPI", m) != 0) return TOCRA_NULL_POINTER;
     if (!FrameOk(p.width, p.height, p.stride)) {
         TOCRA_LOGE("%s invalid frame: width[%d] height[%d] stride[%d]\n", "BoxfilterYuv2RgbHist_TocraAPI", p.width,

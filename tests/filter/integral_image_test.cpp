@@ -81,14 +81,14 @@ TEST(IntegralImage, PlainAndVectorRowsAndPlanesAgree) {
         }
         ASSERT_EQ(endA, s);
         std::vector<uint32_t> sums(w + 1, 5), sumsB(w + 1, 5), add(above), addB(above);
-        tocra::IntegralColSumRow_C(sums.data(), src.data(), w);
+        tocra::IntegralColSumRows_C(sums.data(), src.data(), w, 1, w);
         tocra::IntegralAddRow_C(add.data(), a.data(), w);
         for (int x = 0; x < w; ++x) ASSERT_EQ(sums[x], 5u + src[x]);
 #if !defined(BRIMVEL_PLAIN_ONLY)
         const uint32_t endB = tocra::IntegralRow_NEON(b.data(), above.data(), src.data(), w, start);
         ASSERT_EQ(a, b) << w;
         ASSERT_EQ(endA, endB) << w;
-        tocra::IntegralColSumRow_NEON(sumsB.data(), src.data(), w);
+        tocra::IntegralColSumRows_NEON(sumsB.data(), src.data(), w, 1, w);
         ASSERT_EQ(sums, sumsB) << w;
         tocra::IntegralAddRow_NEON(addB.data(), a.data(), w);
         ASSERT_EQ(add, addB) << w;
@@ -131,6 +131,49 @@ TEST(IntegralImage, ExportedTaskBodiesBuildTheSameTable) {
     EXPECT_EQ(dst[static_cast<size_t>(3) * (w + 1) + 2], src[2 * stride] + src[2 * stride + 1]);
     IntegralMat_partV_Caller(dst.data() + w + 1, w + 1, h + 1);
     EXPECT_EQ(dst, NaiveIntegral(src, w, h, stride));
+}
+
+// Column sums over many rows (the 16-bit runs end at 256 rows) and row
+// pairs, on widths around the 16- and 64-column strips.
+TEST(IntegralImage, ColumnSumsAndRowPairsMatchTheirDefinition) {
+    for (int w : {0, 1, 15, 16, 17, 63, 64, 65, 80, 95, 129}) {
+        for (int rows : {0, 1, 2, 255, 256, 257, 600}) {
+            const int stride = w + 5;
+            auto src = tocra_test::RandomBytes(static_cast<size_t>(stride) * rows + 1, w * 13 + rows);
+            if (rows == 600) std::fill(src.begin(), src.end(), 255);  // 16-bit runs at their largest
+            std::vector<uint32_t> want(w + 1, 0xFFFFFF00u), a(want), b(want);
+            for (int r = 0; r < rows; ++r)
+                for (int x = 0; x < w; ++x) want[x] += src[static_cast<size_t>(r) * stride + x];
+            tocra::IntegralColSumRows_C(a.data(), src.data(), stride, rows, w);
+            ASSERT_EQ(a, want) << w << "x" << rows;
+#if !defined(BRIMVEL_PLAIN_ONLY)
+            tocra::IntegralColSumRows_NEON(b.data(), src.data(), stride, rows, w);
+            ASSERT_EQ(b, want) << w << "x" << rows;
+#endif
+        }
+    }
+    for (int w = 0; w <= 70; ++w) {
+        const int pitch = w + 3, stride = w + 2;
+        auto src = tocra_test::RandomBytes(static_cast<size_t>(2 * stride), 300 + w);
+        if (w == 70) std::fill(src.begin(), src.end(), 255);
+        const auto above8 = tocra_test::RandomBytes(4 * static_cast<size_t>(pitch), 400 + w);
+        std::vector<uint32_t> above(pitch);
+        memcpy(above.data(), above8.data(), above8.size());
+        std::vector<uint32_t> want(2 * static_cast<size_t>(pitch), 9), a(want), b(want);
+        uint32_t s0 = 0, s1 = 0;
+        for (int x = 0; x < w; ++x) {
+            s0 += src[x];
+            s1 += src[stride + x];
+            want[x] = above[x] + s0;
+            want[pitch + x] = above[x] + s0 + s1;
+        }
+        tocra::IntegralRowPair_C(a.data(), above.data(), src.data(), pitch, stride, w);
+        ASSERT_EQ(a, want) << w;
+#if !defined(BRIMVEL_PLAIN_ONLY)
+        tocra::IntegralRowPair_NEON(b.data(), above.data(), src.data(), pitch, stride, w);
+        ASSERT_EQ(b, want) << w;
+#endif
+    }
 }
 
 TEST(IntegralImage, BadInputIsRefusedWithALogLine) {

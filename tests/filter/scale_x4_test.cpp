@@ -28,6 +28,22 @@ TEST(DownScale, PlainAndVectorAgreeOnEveryTailAndOddSize) {
     }
 }
 
+// Rows long enough for the 32- and 16-output steps and every tail after
+// them, with values at the rounding edges (block sums 1020 and 2 mod 4).
+TEST(DownScale, PlainAndVectorAgreeOnWideRows) {
+    for (int w : {63, 64, 65, 95, 96, 97, 127, 128, 129, 159, 160, 161, 191, 192, 193, 255, 1001}) {
+        for (int rows : {1, 2, 3}) {
+            const int srcStride = w + 3, dstStride = (w + 1) / 2 + 1;
+            auto src = RandomBytes(static_cast<size_t>(srcStride) * (rows + 1) + 1, w * 7 + rows);
+            for (size_t i = 0; i < src.size(); i += 5) src[i] = (i / 5) % 3 == 0 ? 255 : 1;
+            std::vector<uint8_t> a(static_cast<size_t>(dstStride) * ((rows + 1) / 2), 0x22), b = a;
+            tocra::DownScalePlane(src.data(), rows, w, a.data(), srcStride, dstStride, tocra::DownScaleRow_C);
+            Neon_DownScaleX4(src.data(), rows, w, b.data(), srcStride, dstStride);
+            ASSERT_EQ(a, b) << w << "x" << rows;
+        }
+    }
+}
+
 TEST(DownScale, RoundedMeanOfEachBlockAndTheOddEdges) {
     // 3 x 3 source with stride 4 and the row after it: the odd column reads
     // the padding byte, the odd row's pair is the row after.
