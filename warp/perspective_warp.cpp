@@ -12,7 +12,9 @@
 // The matrix decides where the warp reads, so before anything is written
 // every texel the call would read is checked against the source planes
 // (flat arrays: a read past a row's end takes the next row's first bytes,
-// as the arithmetic says). A call that would read outside is refused.
+// and a read past the luma's end the chroma's first bytes when the frame is
+// one buffer, as the arithmetic says). A call that would read outside is
+// refused.
 #include <cmath>
 #include <cstring>
 
@@ -48,21 +50,20 @@ inline int RunEnd(int c0, int areaEnd) { return areaEnd - c0 > 8 ? c0 + 8 : area
 }  // namespace
 
 bool BlockInside(const WarpPlanes& p, float sx, float sy, bool twoRows, bool writeChroma) {
+    const ReadLimits lim = SourceLimits(p);
     const int64_t ix = TruncSatToInt32(sx), iy = TruncSatToInt32(sy);
     // Luma: rows iy .. iy + 2 (iy + 1 for a single row), columns ix .. ix + 2.
-    const int64_t size = static_cast<int64_t>(p.pitch) * p.rows;
     const int64_t lo = FlatOffset(iy, p.pitch, ix);
     const int64_t hi = FlatOffset(iy + (twoRows ? 2 : 1), p.pitch, ix + 2);
-    if (lo < 0 || hi >= size) return false;
+    if (lo < lim.lumaLo || hi >= lim.lumaHi) return false;
     if (!writeChroma) return true;
     const int64_t cpitch = p.chromaPitch;
-    const int64_t csize = cpitch * (p.rows >> 1);
     if (p.nv12) {
         const int64_t index = FlatOffset((iy + 1) >> 1, cpitch, (ix + 1) & ~int64_t{1});
-        return index >= 0 && index + 1 < csize;
+        return index >= lim.chromaLo && index + 1 < lim.chromaHi;
     }
     const int64_t index = FlatOffset((iy + 1) >> 1, cpitch, (ix + 1) >> 1);
-    return index >= 0 && index < csize;
+    return index >= lim.chromaLo && index < lim.chromaHi;
 }
 
 void WarpBlock_C(const WarpPlanes& p, int c, int r, float sx, float sy, bool twoRows, bool writeChroma) {

@@ -30,6 +30,29 @@ bool PlaneSpan::Inside(int64_t size) const {
     return lo >= 0 && hi <= size;
 }
 
+ReadLimits SourceLimits(const WarpPlanes& p) {
+    const int64_t luma = static_cast<int64_t>(p.pitch) * p.rows;
+    const int64_t chroma = static_cast<int64_t>(p.chromaPitch) * (p.rows >> 1);
+    // Compared as addresses: planes in separate blocks are never joined.
+    const uintptr_t y = reinterpret_cast<uintptr_t>(p.srcY), u = reinterpret_cast<uintptr_t>(p.srcU),
+                    v = reinterpret_cast<uintptr_t>(p.srcV);
+    const bool yu = luma >= 0 && u == y + static_cast<uint64_t>(luma);
+    const bool uv = !p.nv12 && chroma >= 0 && v == u + static_cast<uint64_t>(chroma);
+    ReadLimits lim{0, luma, 0, chroma};
+    if (p.nv12) {
+        if (yu) {
+            lim.lumaHi += chroma;
+            lim.chromaLo = -luma;
+        }
+        return lim;
+    }
+    if (yu) lim.lumaHi += uv ? 2 * chroma : chroma;
+    // U and V are read at the same offset, so the offsets inside both: from
+    // the luma's start (both joined) up to V's end, the frame's end.
+    if (yu && uv) lim.chromaLo = -luma;
+    return lim;
+}
+
 int64_t FlatOffset(int64_t row, int64_t pitch, int64_t col) {
     int64_t t;
     if (__builtin_mul_overflow(row, pitch, &t) || __builtin_add_overflow(t, col, &t) || t > kFar || t < -kFar)

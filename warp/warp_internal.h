@@ -39,7 +39,8 @@ void WarpRow_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool tw
 // Whether every texel the same row would read (luma and, when writeChroma
 // is set, chroma) lies inside the source planes, taken as flat arrays of
 // pitch * rows and chromaPitch * (rows / 2) bytes: a read past a row's end
-// into the next row of the plane is inside.
+// into the next row of the plane is inside, and so is a read past a plane's
+// end into the next plane of a frame held in one buffer (SourceLimits).
 using WarpCheckFn = bool (*)(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
                              const float* table, bool writeChroma);
 bool WarpRowInside_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
@@ -63,6 +64,17 @@ void WarpBlocks_C(const WarpPlanes& p, const float* H, int c, int cEnd, int r, f
                   bool writeChroma);
 bool BlocksInside_C(const WarpPlanes& p, const float* H, int c, int cEnd, int r, float q, bool twoRows,
                     bool writeChroma);
+// Where the source may be read, as byte offsets from srcY (luma) and from
+// srcU / srcV (chroma, U and V alike): [lo, hi). A plane on its own is its
+// pitch times its rows. When the planes follow each other in memory (U
+// starting where luma ends, V where U ends) they are one frame in one
+// buffer, and a read that runs from one plane into the next stays inside.
+struct ReadLimits {
+    int64_t lumaLo, lumaHi;
+    int64_t chromaLo, chromaHi;
+};
+ReadLimits SourceLimits(const WarpPlanes& p);
+
 // One block at its mapped position (sx, sy): the reads checked, or done.
 bool BlockInside(const WarpPlanes& p, float sx, float sy, bool twoRows, bool writeChroma);
 void WarpBlock_C(const WarpPlanes& p, int c, int r, float sx, float sy, bool twoRows, bool writeChroma);

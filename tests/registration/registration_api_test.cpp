@@ -150,6 +150,36 @@ TEST(RegistrationEndToEnd, PlanarBurstAlignsEveryFrame) { RunBurst(false); }
 
 TEST(RegistrationEndToEnd, Nv12BurstAlignsEveryFrame) { RunBurst(true); }
 
+TEST(RegistrationEndToEnd, AWholeFrameAreaFromFramesInOneBlockIsWarped) {
+    // Frame k a little zoomed out: every reference pixel has a source pixel
+    // two or more pixels inside the frame, so the area is the whole frame.
+    // The source's planes lie in one block (luma, then chroma), as a camera
+    // buffer holds them.
+    for (bool nv12 : {false, true}) {
+        Scene s(nv12);
+        const double z = 0.98;
+        const Homography zoom{{z, 0, (1 - z) * Scene::W / 2, 0, z, (1 - z) * Scene::Hh / 2, 0, 0, 1}};
+        s.Prepare(1, zoom, 1, 0);
+        std::vector<uint8_t> block(s.src->y);
+        block.insert(block.end(), s.src->u.begin(), s.src->u.end());
+        block.insert(block.end(), s.src->v.begin(), s.src->v.end());
+        s.input.srcPic.hY = s.table.Add(block.data());
+        s.input.srcPic.hU = s.table.Add(block.data() + s.src->y.size());
+        if (!nv12) s.input.srcPic.hV = s.table.Add(block.data() + s.src->y.size() + s.src->u.size());
+        tocra_test::ClearLog();
+        ASSERT_EQ(Ransac_Regis_TocraAPI(&s.combined), 0) << (nv12 ? "NV12" : "planar");
+        const tagST_REGISTRATION_AREA a = s.output.area;
+        EXPECT_EQ(a.x, 0);
+        EXPECT_EQ(a.y, 0);
+        EXPECT_EQ(a.width, Scene::W);
+        EXPECT_EQ(a.height, Scene::Hh);
+        double sum = 0;
+        for (int r = 0; r < Scene::Hh; ++r)
+            for (int c = 0; c < Scene::W; ++c) sum += std::fabs(s.out->Y(c, r) - std::lround(tocra_test::Texture(c, r)));
+        EXPECT_LE(sum / (Scene::W * Scene::Hh), 2.0) << (nv12 ? "NV12" : "planar");
+    }
+}
+
 TEST(RegistrationEndToEnd, EqualInputsGiveEqualOutputs) {
     std::vector<uint8_t> firstY, firstU;
     tagST_REGISTRATION_AREA firstArea{};

@@ -2,6 +2,7 @@
 #ifndef TOCRA_TESTS_WARP_FRAMES_H
 #define TOCRA_TESTS_WARP_FRAMES_H
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -61,6 +62,26 @@ struct Frame {
     }
     uint8_t Y(int c, int r) const { return y[static_cast<size_t>(r) * pitch + c]; }
     bool Same(const Frame& o) const { return y == o.y && u == o.u && v == o.v; }
+};
+
+// A copy of a frame's planes in one heap block of exactly their size, luma,
+// then U (or the interleaved plane), then V: one frame in one buffer.
+struct JoinedFrame {
+    std::vector<uint8_t> block;
+    tagST_PIC pic{};
+
+    explicit JoinedFrame(const Frame& f) {
+        block.resize(f.y.size() + f.u.size() + f.v.size());
+        std::copy(f.y.begin(), f.y.end(), block.begin());
+        std::copy(f.u.begin(), f.u.end(), block.begin() + static_cast<ptrdiff_t>(f.y.size()));
+        std::copy(f.v.begin(), f.v.end(), block.begin() + static_cast<ptrdiff_t>(f.y.size() + f.u.size()));
+        pic = f.pic;
+        pic.pY = block.data();
+        pic.pU = block.data() + f.y.size();
+        pic.pV = f.nv12 ? nullptr : block.data() + f.y.size() + f.u.size();
+    }
+    JoinedFrame(const JoinedFrame&) = delete;
+    JoinedFrame& operator=(const JoinedFrame&) = delete;
 };
 
 }  // namespace tocra_test
