@@ -34,21 +34,25 @@ mkdir -p build
 bash bench/arm/fetch-opencv-arm64.sh build/armcost-opencv
 ocv=$root/build/armcost-opencv/root
 
+# build <arch> <folder> [cmake options]: the drivers of one column pair; the
+# plain columns come from the library built with -DBRIMVEL_PLAIN_ONLY=ON.
 build() {
   local arch=$1
-  local dir=build/armcost-$arch
-  shift
+  local dir=build/$2
+  shift 2
   echo "=== $arch: configure and build the drivers" >&2
   cmake -S . -B "$dir" -G Ninja -Wno-dev -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-$arch.cmake -DBRIMVEL_BUILD_TESTS=OFF -DBRIMVEL_BUILD_ARM_COST=ON \
     -DCMAKE_BUILD_RPATH_USE_ORIGIN=ON \
     "$@" > "$dir.configure.log" 2>&1 || { cat "$dir.configure.log"; return 1; }
-  cmake --build "$dir" -j "$jobs" --target insn_count_plugin cost_driver cost_driver_plain \
-    $([ "$arch" = aarch64 ] && echo opencv_driver) > "$dir.build.log" 2>&1 || { tail -50 "$dir.build.log"; return 1; }
+  cmake --build "$dir" -j "$jobs" --target insn_count_plugin cost_driver \
+    $([ "$dir" = build/armcost-aarch64 ] && echo opencv_driver) > "$dir.build.log" 2>&1 || { tail -50 "$dir.build.log"; return 1; }
 }
 if [ "$table_only" = 0 ]; then
-  build armhf
-  build aarch64 -DBRIMVEL_ARM_OPENCV_ROOT="$ocv"
+  build armhf armcost-armhf
+  build armhf armcost-armhf-plain -DBRIMVEL_PLAIN_ONLY=ON
+  build aarch64 armcost-aarch64 -DBRIMVEL_ARM_OPENCV_ROOT="$ocv"
+  build aarch64 armcost-aarch64-plain -DBRIMVEL_PLAIN_ONLY=ON
 fi
 plugin=$root/build/armcost-aarch64/bench/arm/libinsn_count.so
 built=$(date +%s)
@@ -59,9 +63,9 @@ built=$(date +%s)
 . bench/arm/guest.sh
 # The five columns: name, emulator, executable.
 columns=(
-  "plain-armhf armhf build/armcost-armhf/bench/arm/cost_driver_plain"
+  "plain-armhf armhf build/armcost-armhf-plain/bench/arm/cost_driver"
   "neon-armhf armhf build/armcost-armhf/bench/arm/cost_driver"
-  "plain-aarch64 aarch64 build/armcost-aarch64/bench/arm/cost_driver_plain"
+  "plain-aarch64 aarch64 build/armcost-aarch64-plain/bench/arm/cost_driver"
   "neon-aarch64 aarch64 build/armcost-aarch64/bench/arm/cost_driver"
   "opencv-aarch64 opencv build/armcost-aarch64/bench/arm/opencv_driver"
 )
@@ -323,15 +327,12 @@ glibc 2.36 and libstdc++, OpenCV's dynamically with the same arm64 ones.
 
 Columns:
 
-- plain armhf / plain aarch64: the library's plain twins on the same band
-  split and pool (`bench/arm/kernels_plain.cpp` lists the function behind
-  each row; the RANSAC row is the library's own, linked with the plain
-  normal matrix); the compiler may still auto-vectorise plain loops on
-  aarch64, where NEON is always present, and on armhf, where the build
-  enables it. The two whole entry points (descriptors, registration) have
-  no plain column here: it will come from a library built with plain rows,
-  through the same driver and `kernels_library.cpp` (a static archive
-  linked by `brimvel_cost_driver` in `bench/arm/CMakeLists.txt`).
+- plain armhf / plain aarch64: the same driver and exported names, linked
+  with the library built with plain rows only (`-DBRIMVEL_PLAIN_ONLY=ON`:
+  no NEON file, every exported vector name runs the plain rows on the same
+  band split and pool), the whole entry points included; the compiler may
+  still auto-vectorise plain loops on aarch64, where NEON is always
+  present, and on armhf, where the build enables it.
 - NEON armhf / NEON aarch64: the exported kernels as built
   (`bench/arm/kernels_library.cpp`).
 - OpenCV aarch64: the work done by OpenCV (list below).

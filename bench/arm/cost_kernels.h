@@ -1,13 +1,8 @@
 // The kernels that the instruction-count driver runs, under the library's
-// exported names and signatures. Two definitions exist, linked into two
-// executables from the same driver source:
-//
-//   kernels_library.cpp  the library's exported kernels as built (the NEON
-//                        rows; a library built with plain rows gives the
-//                        plain figures through this same file);
-//   kernels_plain.cpp    the library's internal plain twins (tocra::*_C and
-//                        the exported plain variants) on the same band split
-//                        and worker pool as the exported kernels.
+// exported names and signatures, defined in kernels_library.cpp. Linked
+// with the library as built they give the NEON figures; linked with the
+// library built with plain rows only (-DBRIMVEL_PLAIN_ONLY=ON), the plain
+// figures.
 #ifndef TOCRA_BENCH_ARM_COST_KERNELS_H
 #define TOCRA_BENCH_ARM_COST_KERNELS_H
 
@@ -17,8 +12,7 @@
 
 namespace cost {
 
-// False when this build has no form of the named driver kernel (the plain
-// twins exist for kernels, not for whole entry points).
+// False when this build has no form of the named driver kernel.
 bool Available(const char* kernel);
 
 void IntergralMat_MT(const uint8_t* src, int32_t* dst, int width, int height, int stride);

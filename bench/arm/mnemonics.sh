@@ -23,9 +23,9 @@ tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 
 columns=(
-  "plain-armhf armhf build/armcost-armhf/bench/arm/cost_driver_plain"
+  "plain-armhf armhf build/armcost-armhf-plain/bench/arm/cost_driver"
   "neon-armhf armhf build/armcost-armhf/bench/arm/cost_driver"
-  "plain-aarch64 aarch64 build/armcost-aarch64/bench/arm/cost_driver_plain"
+  "plain-aarch64 aarch64 build/armcost-aarch64-plain/bench/arm/cost_driver"
   "neon-aarch64 aarch64 build/armcost-aarch64/bench/arm/cost_driver"
   "opencv-aarch64 opencv build/armcost-aarch64/bench/arm/opencv_driver"
 )
