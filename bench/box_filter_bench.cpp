@@ -40,12 +40,16 @@ void BM_cv_blur(benchmark::State& state, int w, int h) {
 }
 
 BENCHMARK_CAPTURE(BM_BoxFiltering_neon, half_2000x1500, tocra_bench::kHalfWidth, tocra_bench::kHalfHeight)
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK_CAPTURE(BM_cv_blur, half_2000x1500, tocra_bench::kHalfWidth, tocra_bench::kHalfHeight)
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK_CAPTURE(BM_BoxFiltering_neon, full_4000x3000, tocra_bench::kWidth, tocra_bench::kHeight)
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK_CAPTURE(BM_cv_blur, full_4000x3000, tocra_bench::kWidth, tocra_bench::kHeight)
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 }  // namespace

@@ -143,7 +143,8 @@ constexpr int kKeypoints = 5000;
 constexpr int kStride = (tocra_bench::kWidth + 127) & ~127;
 
 const std::vector<uint8_t>& Plane() {
-    static const std::vector<uint8_t> p = tocra_bench::TexturedPlane(tocra_bench::kWidth, tocra_bench::kHeight, kStride);
+    static const std::vector<uint8_t> p =
+        tocra_bench::TexturedPlane(tocra_bench::kWidth, tocra_bench::kHeight, kStride);
     return p;
 }
 
@@ -252,7 +253,9 @@ void BM_BriefKernel(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * kKeypoints);
 }
-BENCHMARK_TEMPLATE(BM_BriefKernel, GenerateDiscriptor_Brief)->Name("BM_BriefKernel_Unrolled")->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_BriefKernel, GenerateDiscriptor_Brief)
+    ->Name("BM_BriefKernel_Unrolled")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(BM_BriefKernel, tocra::GenerateDiscriptor_Brief_Table)
     ->Name("BM_BriefKernel_Table")
     ->Unit(benchmark::kMillisecond);

@@ -119,7 +119,9 @@ struct RegistrationSetup {
         return static_cast<uint32_t>(handles.size());
     }
     static RegistrationSetup* current;
-    static void* Convert(uint32_t h) { return h == 0 || h > current->handles.size() ? nullptr : current->handles[h - 1]; }
+    static void* Convert(uint32_t h) {
+        return h == 0 || h > current->handles.size() ? nullptr : current->handles[h - 1];
+    }
 
     RegistrationSetup() {
         current = this;
@@ -135,7 +137,8 @@ struct RegistrationSetup {
             const double w = h[6] * x + h[7] * y + 1;
             const double u = (h[0] * x + h[1] * y + h[2]) / w, v = (h[3] * x + h[4] * y + h[5]) / w;
             refKeys.push_back({static_cast<int32_t>(x * 64), static_cast<int32_t>(y * 64), 0});
-            matchKeys.push_back({static_cast<int32_t>(u * 64 + (rnd() - 0.5) * 40), static_cast<int32_t>(v * 64 + (rnd() - 0.5) * 40), 0});
+            matchKeys.push_back({static_cast<int32_t>(u * 64 + (rnd() - 0.5) * 40),
+                                 static_cast<int32_t>(v * 64 + (rnd() - 0.5) * 40), 0});
             trainIdx.push_back(static_cast<uint16_t>(i));
             queryIdx.push_back(static_cast<uint16_t>(i % 4 == 1 ? (i * 7 + 1000) % n : i));
         }
@@ -143,9 +146,23 @@ struct RegistrationSetup {
         refPoints.assign(2 * n, 0);
         matchPoints.assign(2 * n, 0);
         setIO2VAConverter(Convert);
-        ransac = {Add(refPoints.data()), Add(matchPoints.data()), n, Add(queryIdx.data()), Add(trainIdx.data()),
-                  Add(distance.data()), n, 1, 0, Add(refKeys.data()), Add(matchKeys.data())};
-        input.refPic = {kWidth, kHeight, 0, Add(warp.srcY.data()), Add(warp.srcU.data()), Add(warp.srcV.data()),
+        ransac = {Add(refPoints.data()),
+                  Add(matchPoints.data()),
+                  n,
+                  Add(queryIdx.data()),
+                  Add(trainIdx.data()),
+                  Add(distance.data()),
+                  n,
+                  1,
+                  0,
+                  Add(refKeys.data()),
+                  Add(matchKeys.data())};
+        input.refPic = {kWidth,
+                        kHeight,
+                        0,
+                        Add(warp.srcY.data()),
+                        Add(warp.srcU.data()),
+                        Add(warp.srcV.data()),
                         TOCRA_FORMAT_YUV420};
         input.srcPic = input.refPic;
         input.framePairs[0] = {ransac.refPointBuf, ransac.matchPointBuf, 0};
@@ -176,7 +193,8 @@ void BM_OpenCV_FindHomographyAndWarp(benchmark::State& state) {
         match.emplace_back(s.matchKeys[s.queryIdx[i]].x / 64.0f, s.matchKeys[s.queryIdx[i]].y / 64.0f);
     }
     WarpSetup& w = s.warp;
-    cv::Mat srcY(kHeight, kWidth, CV_8UC1, w.srcY.data(), kPitch), dstY(kHeight, kWidth, CV_8UC1, w.dstY.data(), kPitch);
+    cv::Mat srcY(kHeight, kWidth, CV_8UC1, w.srcY.data(), kPitch),
+        dstY(kHeight, kWidth, CV_8UC1, w.dstY.data(), kPitch);
     cv::Mat srcU(kHeight / 2, kWidth / 2, CV_8UC1, w.srcU.data(), kChromaPitch);
     cv::Mat dstU(kHeight / 2, kWidth / 2, CV_8UC1, w.dstU.data(), kChromaPitch);
     cv::Mat srcV(kHeight / 2, kWidth / 2, CV_8UC1, w.srcV.data(), kChromaPitch);
@@ -186,8 +204,10 @@ void BM_OpenCV_FindHomographyAndWarp(benchmark::State& state) {
         cv::Mat H = cv::findHomography(ref, match, cv::RANSAC, std::sqrt(80.0));
         cv::Mat Hc = half * H * half.inv();
         cv::warpPerspective(srcY, dstY, H, dstY.size(), cv::INTER_LINEAR | cv::WARP_INVERSE_MAP, cv::BORDER_REPLICATE);
-        cv::warpPerspective(srcU, dstU, Hc, dstU.size(), cv::INTER_NEAREST | cv::WARP_INVERSE_MAP, cv::BORDER_REPLICATE);
-        cv::warpPerspective(srcV, dstV, Hc, dstV.size(), cv::INTER_NEAREST | cv::WARP_INVERSE_MAP, cv::BORDER_REPLICATE);
+        cv::warpPerspective(srcU, dstU, Hc, dstU.size(), cv::INTER_NEAREST | cv::WARP_INVERSE_MAP,
+                            cv::BORDER_REPLICATE);
+        cv::warpPerspective(srcV, dstV, Hc, dstV.size(), cv::INTER_NEAREST | cv::WARP_INVERSE_MAP,
+                            cv::BORDER_REPLICATE);
         benchmark::DoNotOptimize(dstY.data);
     }
 }

@@ -153,10 +153,22 @@ bool ParseDirective(const unsigned char** pf, Directive* dir) {
             dir->mod = f[1] == 'l' ? Mod::kLL : Mod::kL;
             f += f[1] == 'l' ? 2 : 1;
             break;
-        case 'L': dir->mod = Mod::kBigL; ++f; break;
-        case 'j': dir->mod = Mod::kJ; ++f; break;
-        case 'z': dir->mod = Mod::kZ; ++f; break;
-        case 't': dir->mod = Mod::kT; ++f; break;
+        case 'L':
+            dir->mod = Mod::kBigL;
+            ++f;
+            break;
+        case 'j':
+            dir->mod = Mod::kJ;
+            ++f;
+            break;
+        case 'z':
+            dir->mod = Mod::kZ;
+            ++f;
+            break;
+        case 't':
+            dir->mod = Mod::kT;
+            ++f;
+            break;
         case 'I':
             if (f[1] == '3' && f[2] == '2') {
                 dir->mod = Mod::kI32;
@@ -169,7 +181,8 @@ bool ParseDirective(const unsigned char** pf, Directive* dir) {
                 ++f;
             }
             break;
-        default: break;
+        default:
+            break;
     }
     if (*f == '\0') return false;
     dir->conv = *f++;
@@ -305,35 +318,71 @@ using UnsignedPtrDiff = std::make_unsigned_t<ptrdiff_t>;
 
 void StoreSigned(void* dst, Mod mod, bool negative, uint64_t mag) {
     switch (mod) {
-        case Mod::kHH: StoreInteger<signed char>(dst, negative, mag); break;
-        case Mod::kH: StoreInteger<short>(dst, negative, mag); break;
-        case Mod::kL: StoreInteger<long>(dst, negative, mag); break;
+        case Mod::kHH:
+            StoreInteger<signed char>(dst, negative, mag);
+            break;
+        case Mod::kH:
+            StoreInteger<short>(dst, negative, mag);
+            break;
+        case Mod::kL:
+            StoreInteger<long>(dst, negative, mag);
+            break;
         case Mod::kLL:
         case Mod::kBigL:
-        case Mod::kI64: StoreInteger<long long>(dst, negative, mag); break;
-        case Mod::kJ: StoreInteger<intmax_t>(dst, negative, mag); break;
-        case Mod::kZ: StoreInteger<SignedSize>(dst, negative, mag); break;
+        case Mod::kI64:
+            StoreInteger<long long>(dst, negative, mag);
+            break;
+        case Mod::kJ:
+            StoreInteger<intmax_t>(dst, negative, mag);
+            break;
+        case Mod::kZ:
+            StoreInteger<SignedSize>(dst, negative, mag);
+            break;
         case Mod::kT:
-        case Mod::kI: StoreInteger<ptrdiff_t>(dst, negative, mag); break;
-        case Mod::kI32: StoreInteger<int32_t>(dst, negative, mag); break;
-        case Mod::kNone: StoreInteger<int>(dst, negative, mag); break;
+        case Mod::kI:
+            StoreInteger<ptrdiff_t>(dst, negative, mag);
+            break;
+        case Mod::kI32:
+            StoreInteger<int32_t>(dst, negative, mag);
+            break;
+        case Mod::kNone:
+            StoreInteger<int>(dst, negative, mag);
+            break;
     }
 }
 
 void StoreUnsigned(void* dst, Mod mod, bool negative, uint64_t mag) {
     switch (mod) {
-        case Mod::kHH: StoreInteger<unsigned char>(dst, negative, mag); break;
-        case Mod::kH: StoreInteger<unsigned short>(dst, negative, mag); break;
-        case Mod::kL: StoreInteger<unsigned long>(dst, negative, mag); break;
+        case Mod::kHH:
+            StoreInteger<unsigned char>(dst, negative, mag);
+            break;
+        case Mod::kH:
+            StoreInteger<unsigned short>(dst, negative, mag);
+            break;
+        case Mod::kL:
+            StoreInteger<unsigned long>(dst, negative, mag);
+            break;
         case Mod::kLL:
         case Mod::kBigL:
-        case Mod::kI64: StoreInteger<unsigned long long>(dst, negative, mag); break;
-        case Mod::kJ: StoreInteger<uintmax_t>(dst, negative, mag); break;
+        case Mod::kI64:
+            StoreInteger<unsigned long long>(dst, negative, mag);
+            break;
+        case Mod::kJ:
+            StoreInteger<uintmax_t>(dst, negative, mag);
+            break;
         case Mod::kZ:
-        case Mod::kI: StoreInteger<size_t>(dst, negative, mag); break;
-        case Mod::kT: StoreInteger<UnsignedPtrDiff>(dst, negative, mag); break;
-        case Mod::kI32: StoreInteger<uint32_t>(dst, negative, mag); break;
-        case Mod::kNone: StoreInteger<unsigned int>(dst, negative, mag); break;
+        case Mod::kI:
+            StoreInteger<size_t>(dst, negative, mag);
+            break;
+        case Mod::kT:
+            StoreInteger<UnsignedPtrDiff>(dst, negative, mag);
+            break;
+        case Mod::kI32:
+            StoreInteger<uint32_t>(dst, negative, mag);
+            break;
+        case Mod::kNone:
+            StoreInteger<unsigned int>(dst, negative, mag);
+            break;
     }
 }
 
@@ -376,12 +425,22 @@ Outcome ScanInteger(Scan* sc, const Directive& dir) {
     int base = 10;
     bool isSigned = false;
     switch (dir.conv) {
-        case 'd': isSigned = true; break;
-        case 'i': base = 0; isSigned = true; break;
-        case 'o': base = 8; break;
+        case 'd':
+            isSigned = true;
+            break;
+        case 'i':
+            base = 0;
+            isSigned = true;
+            break;
+        case 'o':
+            base = 8;
+            break;
         case 'x':
-        case 'X': base = 16; break;
-        default: break;  // 'u'
+        case 'X':
+            base = 16;
+            break;
+        default:
+            break;  // 'u'
     }
     SkipSpace(&sc->src);
     if (Peek(sc->src) < 0) return Outcome::kInputFail;
@@ -501,8 +560,10 @@ Outcome RunDirective(Scan* sc, const Directive& dir) {
         case 'u':
         case 'o':
         case 'x':
-        case 'X': return ScanInteger(sc, dir);
-        case 'p': return ScanPointer(sc, dir);
+        case 'X':
+            return ScanInteger(sc, dir);
+        case 'p':
+            return ScanPointer(sc, dir);
         case 'e':
         case 'E':
         case 'f':
@@ -510,18 +571,22 @@ Outcome RunDirective(Scan* sc, const Directive& dir) {
         case 'g':
         case 'G':
         case 'a':
-        case 'A': return ScanFloat(sc, dir);
+        case 'A':
+            return ScanFloat(sc, dir);
         case 'c':
         case 's':
-        case '[': return ScanText(sc, dir);
-        case 'n': return ScanCount(sc, dir);
+        case '[':
+            return ScanText(sc, dir);
+        case 'n':
+            return ScanCount(sc, dir);
         case '%':
             SkipSpace(&sc->src);
             if (Peek(sc->src) < 0) return Outcome::kInputFail;
             if (Peek(sc->src) != '%') return Outcome::kMatchFail;
             ++sc->src.pos;
             return Outcome::kOk;
-        default: return Outcome::kMatchFail;
+        default:
+            return Outcome::kMatchFail;
     }
 }
 

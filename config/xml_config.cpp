@@ -3,8 +3,8 @@
 #include "config/xml_config.h"
 
 #include <cstddef>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "config/xml_internal.h"
@@ -112,8 +112,10 @@ bool ReadInteger(const char** text, T* out) {
     for (; IsDigit(*p); ++p) {
         digits = true;
         const unsigned d = static_cast<unsigned>(*p - '0');
-        if (magnitude > (limit - d) / 10) overflow = true;
-        else magnitude = magnitude * 10 + d;
+        if (magnitude > (limit - d) / 10)
+            overflow = true;
+        else
+            magnitude = magnitude * 10 + d;
     }
     *text = p;
     if (!digits || overflow) return false;
@@ -211,7 +213,8 @@ struct KeyField {
     float def;  // exact for every default (small integers, 0.05, 0.1, 0.2, 1.0)
 };
 
-#define TOCRA_FIELD(key, kind, field, def) {key, Kind::kind, offsetof(_stXmlConfigInfoHdr, field), def}
+#define TOCRA_FIELD(key, kind, field, def) \
+    { key, Kind::kind, offsetof(_stXmlConfigInfoHdr, field), def }
 
 // In record order; each field takes the last component of its key's name.
 const KeyField kFields[] = {

@@ -7,7 +7,7 @@
 #include "config/xml_parser.h"
 
 class TOCRA_XML_API XmlConfig {
-public:
+  public:
     // Empty document, path cleared.
     XmlConfig();
     ~XmlConfig();
@@ -40,7 +40,7 @@ public:
     int GetVectorUnsignedInt(const char* path, unsigned int* out, int count);
     int GetVectorFloat(const char* path, float* out, int count);
 
-private:
+  private:
     friend struct XmlConfigAccess;
     // LoadConfig, telling an exhausted heap (*noMemory) apart from a file
     // that does not load.

@@ -19,9 +19,12 @@ constexpr LengthTable MakeTable(int kind) {
         unsigned char n = 1;
         switch (kind) {
             case 1:  // UTF-8: 110xxxxx, 1110xxxx, 11110xxx lead 2, 3, 4 bytes
-                if (b >= 0xC0 && b <= 0xDF) n = 2;
-                else if (b >= 0xE0 && b <= 0xEF) n = 3;
-                else if (b >= 0xF0 && b <= 0xF7) n = 4;
+                if (b >= 0xC0 && b <= 0xDF)
+                    n = 2;
+                else if (b >= 0xE0 && b <= 0xEF)
+                    n = 3;
+                else if (b >= 0xF0 && b <= 0xF7)
+                    n = 4;
                 break;
             case 3:  // Shift-JIS: double-byte leads 81-9F and E0-FC
                 if ((b >= 0x81 && b <= 0x9F) || (b >= 0xE0 && b <= 0xFC)) n = 2;
@@ -48,13 +51,19 @@ constexpr LengthTable kBig5Gbk = MakeTable(5);
 
 const unsigned char* TableFor(XMLCharEncoding e) {
     switch (e) {
-        case char_encoding_UTF8: return kUtf8.len;
-        case char_encoding_legacy: return kSingle.len;
-        case char_encoding_ShiftJIS: return kShiftJis.len;
-        case char_encoding_GB2312: return kGb2312.len;
+        case char_encoding_UTF8:
+            return kUtf8.len;
+        case char_encoding_legacy:
+            return kSingle.len;
+        case char_encoding_ShiftJIS:
+            return kShiftJis.len;
+        case char_encoding_GB2312:
+            return kGb2312.len;
         case char_encoding_Big5:
-        case char_encoding_GBK: return kBig5Gbk.len;
-        default: return nullptr;
+        case char_encoding_GBK:
+            return kBig5Gbk.len;
+        default:
+            return nullptr;
     }
 }
 

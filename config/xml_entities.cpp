@@ -94,9 +94,12 @@ size_t DecodeNumeric(const char* s, size_t len, char* out, size_t* written) {
     for (; i < len; ++i) {
         const unsigned char c = static_cast<unsigned char>(s[i]);
         int v;
-        if (c >= '0' && c <= '9') v = c - '0';
-        else if (base == 16 && Lower(c) >= 'a' && Lower(c) <= 'f') v = Lower(c) - 'a' + 10;
-        else break;
+        if (c >= '0' && c <= '9')
+            v = c - '0';
+        else if (base == 16 && Lower(c) >= 'a' && Lower(c) <= 'f')
+            v = Lower(c) - 'a' + 10;
+        else
+            break;
         ++digits;
         // Stop growing once past the largest code point: any larger value
         // decodes the same way.
@@ -166,12 +169,24 @@ bool DecodeEntities(const char* s, size_t len, char* out, size_t* outLen, size_t
 // Escaped length of the character at p and the bytes it spans.
 static size_t EscapedLen(const char* p, size_t* span) {
     switch (*p) {
-        case '&': *span = 1; return 5;
-        case '<': *span = 1; return 4;
-        case '>': *span = 1; return 4;
-        case '"': *span = 1; return 6;
-        case '\'': *span = 1; return 6;
-        default: *span = CharLen(p); return *span;
+        case '&':
+            *span = 1;
+            return 5;
+        case '<':
+            *span = 1;
+            return 4;
+        case '>':
+            *span = 1;
+            return 4;
+        case '"':
+            *span = 1;
+            return 6;
+        case '\'':
+            *span = 1;
+            return 6;
+        default:
+            *span = CharLen(p);
+            return *span;
     }
 }
 
@@ -191,12 +206,23 @@ static char* Escape(char* dest, const char* s) {
         size_t span;
         const char* rep = nullptr;
         switch (*s) {
-            case '&': rep = "&amp;"; break;
-            case '<': rep = "&lt;"; break;
-            case '>': rep = "&gt;"; break;
-            case '"': rep = "&quot;"; break;
-            case '\'': rep = "&apos;"; break;
-            default: break;
+            case '&':
+                rep = "&amp;";
+                break;
+            case '<':
+                rep = "&lt;";
+                break;
+            case '>':
+                rep = "&gt;";
+                break;
+            case '"':
+                rep = "&quot;";
+                break;
+            case '\'':
+                rep = "&apos;";
+                break;
+            default:
+                break;
         }
         if (rep) {
             const size_t n = strlen(rep);
@@ -277,8 +303,14 @@ XMLSTR ToXMLStringTool::toXMLUnSafe(XMLSTR dest, XMLCSTR source) {
 char xmltob(XMLCSTR text, char def) {
     if (text == nullptr) return def;
     switch (text[0]) {
-        case '1': case 't': case 'T': case 'y': case 'Y': return 1;
-        default: return 0;
+        case '1':
+        case 't':
+        case 'T':
+        case 'y':
+        case 'Y':
+            return 1;
+        default:
+            return 0;
     }
 }
 

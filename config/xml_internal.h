@@ -129,7 +129,7 @@ XMLNode OpenFile(const char* path, const char* tag, bool* noMemory);
 // Reference-counted node data behind XMLNode. All zero is a valid node
 // without name, parent or contents; blocks come from platform_calloc.
 struct XMLNodeData {
-    char* name;  // null for the unnamed top node
+    char* name;           // null for the unnamed top node
     XMLNodeData* parent;  // not owned; cleared when the parent goes
     char isDeclaration;
     tocra_xml::Array<XMLNodeData*> children;  // each holds one reference

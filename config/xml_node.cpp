@@ -52,9 +52,7 @@ XMLNodeData* XMLNodeData::Create(const char* nm, size_t nameLen, char decl) {
     return d;
 }
 
-XMLNodeData* XMLNodeData::Create(const char* nm, char decl) {
-    return Create(nm, nm ? strlen(nm) : 0, decl);
-}
+XMLNodeData* XMLNodeData::Create(const char* nm, char decl) { return Create(nm, nm ? strlen(nm) : 0, decl); }
 
 void XMLNodeData::Release(XMLNodeData* d) {
     if (d == nullptr || --d->refCount > 0) return;
@@ -317,11 +315,20 @@ XMLNodeContents XMLNode::enumContents(XMLElementPosition i) const {
     const int e = d->order[static_cast<size_t>(i)];
     c.etype = OrderType(e);
     switch (c.etype) {
-        case eNodeChild: c.child = getChildNode(OrderIndex(e)); break;
-        case eNodeAttribute: c.attrib = getAttribute(OrderIndex(e)); break;
-        case eNodeText: c.text = getText(OrderIndex(e)); break;
-        case eNodeClear: c.clear = getClear(OrderIndex(e)); break;
-        default: break;
+        case eNodeChild:
+            c.child = getChildNode(OrderIndex(e));
+            break;
+        case eNodeAttribute:
+            c.attrib = getAttribute(OrderIndex(e));
+            break;
+        case eNodeText:
+            c.text = getText(OrderIndex(e));
+            break;
+        case eNodeClear:
+            c.clear = getClear(OrderIndex(e));
+            break;
+        default:
+            break;
     }
     return c;
 }
@@ -398,7 +405,7 @@ XMLNode XMLNode::addChild(XMLNode child, XMLElementPosition pos) {
     // Room first, so that a failure leaves the child where it was. (Taking
     // it from its old parent only shrinks arrays.)
     if (!d->children.Reserve(d->children.size + 1) || !d->order.Reserve(d->order.size + 1)) return XMLNode();
-    Unlink(child.d);  // the local handle child keeps the data alive across the move
+    Unlink(child.d);                                    // the local handle child keeps the data alive across the move
     const int index = d->InsertOrder(eNodeChild, pos);  // cannot fail: room was made
     XMLNodeData::AddRef(child.d);
     d->children.Insert(static_cast<size_t>(index), child.d);

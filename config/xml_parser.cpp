@@ -16,8 +16,7 @@ inline bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == 
 
 // Characters that end a tag or attribute name.
 inline bool EndsName(char c) {
-    return c == '\0' || IsSpace(c) || c == '/' || c == '>' || c == '<' || c == '=' || c == '"' || c == '\'' ||
-           c == '?';
+    return c == '\0' || IsSpace(c) || c == '/' || c == '>' || c == '<' || c == '=' || c == '"' || c == '\'' || c == '?';
 }
 
 inline bool StartsWith(const char* p, const char* lit) { return strncmp(p, lit, strlen(lit)) == 0; }
@@ -33,7 +32,7 @@ struct HeldComment {
 };
 
 class Parser {
-public:
+  public:
     explicit Parser(const char* text) : p_(text) {}
     ~Parser() {
         open_.Free();
@@ -51,7 +50,7 @@ public:
     const char* fatalPos = nullptr;
     const char* toleratedPos = nullptr;
 
-private:
+  private:
     void Fail(XMLError e, const char* at) {
         if (fatal == eXMLErrorNone) {
             fatal = e;
@@ -276,7 +275,8 @@ bool Parser::ParseAttributes(XMLNodeData* node, const char* tagStart, bool decla
             q = close + 1;
         } else {
             vstart = q;
-            while (*q && !IsSpace(*q) && *q != '>' && !(*q == '/' && q[1] == '>') && !(declaration && *q == '?' && q[1] == '>'))
+            while (*q && !IsSpace(*q) && *q != '>' && !(*q == '/' && q[1] == '>') &&
+                   !(declaration && *q == '?' && q[1] == '>'))
                 ++q;
             vlen = static_cast<size_t>(q - vstart);
             if (vlen == 0) {
@@ -485,20 +485,34 @@ XMLNode XMLNode::openFileHelper(XMLCSTR path, XMLCSTR tag) {
 
 XMLCSTR XMLNode::getError(XMLError error) {
     switch (error) {
-        case eXMLErrorNone: return "No error";
-        case eXMLErrorMissingEndTag: return "Warning: unmatched end tag";
-        case eXMLErrorNoElements: return "Warning: no XML element found";
-        case eXMLErrorFileSeek: return "Error reading the file";
-        case eXMLErrorUnmatchedEndTag: return "End tag closes no open element";
-        case eXMLErrorMissingTagName: return "Missing tag name";
-        case eXMLErrorUnexpectedToken: return "Unexpected character in a tag";
-        case eXMLErrorUnmatchedEndClearTag: return "Unterminated clear section";
-        case eXMLErrorMissingEndOfTag: return "Text ends inside a tag";
-        case eXMLErrorNoXMLText: return "No XML text";
-        case eXMLErrorFileNotFound: return "File not found";
-        case eXMLErrorFirstTagNotFound: return "First tag not found";
-        case eXMLErrorUnknownCharacterEntity: return "Unknown character entity";
-        case eXMLErrorOutOfMemory: return "Out of memory";
+        case eXMLErrorNone:
+            return "No error";
+        case eXMLErrorMissingEndTag:
+            return "Warning: unmatched end tag";
+        case eXMLErrorNoElements:
+            return "Warning: no XML element found";
+        case eXMLErrorFileSeek:
+            return "Error reading the file";
+        case eXMLErrorUnmatchedEndTag:
+            return "End tag closes no open element";
+        case eXMLErrorMissingTagName:
+            return "Missing tag name";
+        case eXMLErrorUnexpectedToken:
+            return "Unexpected character in a tag";
+        case eXMLErrorUnmatchedEndClearTag:
+            return "Unterminated clear section";
+        case eXMLErrorMissingEndOfTag:
+            return "Text ends inside a tag";
+        case eXMLErrorNoXMLText:
+            return "No XML text";
+        case eXMLErrorFileNotFound:
+            return "File not found";
+        case eXMLErrorFirstTagNotFound:
+            return "First tag not found";
+        case eXMLErrorUnknownCharacterEntity:
+            return "Unknown character entity";
+        case eXMLErrorOutOfMemory:
+            return "Out of memory";
     }
     return "Unknown error";
 }

@@ -125,7 +125,7 @@ struct XMLNodeContents;
 struct XMLNodeData;
 
 class TOCRA_XML_API XMLNode {
-public:
+  public:
     // ---- loading -------------------------------------------------------
     // Parses a NUL-terminated text. tag: when non-empty, the element of that
     // name (the result itself or its first child of that name) is returned.
@@ -177,8 +177,8 @@ public:
     int nAttribute() const;
     int nElement() const;  // children + attributes + texts + clears
 
-    XMLCSTR getText(int i = 0) const;  // null when there is no i-th text
-    XMLClear getClear(int i = 0) const;  // all null when there is no i-th clear
+    XMLCSTR getText(int i = 0) const;        // null when there is no i-th text
+    XMLClear getClear(int i = 0) const;      // all null when there is no i-th clear
     XMLAttribute getAttribute(int i) const;  // all null when out of range
     XMLCSTR getAttributeName(int i) const;
     XMLCSTR getAttributeValue(int i) const;
@@ -260,7 +260,7 @@ public:
     // 200 bytes.
     static XMLCharEncoding guessCharEncoding(const void* buffer, int bufLen, char useDeclaration = 1);
 
-private:
+  private:
     explicit XMLNode(XMLNodeData* data);  // adopts one reference
     XMLNodeData* d;
     friend struct XMLNodeData;
@@ -278,7 +278,7 @@ struct XMLNodeContents {
 // Escapes the five characters &, <, >, " and ' (multi-byte characters pass
 // through whole, by the current encoding's length table).
 class TOCRA_XML_API ToXMLStringTool {
-public:
+  public:
     ToXMLStringTool() : buf(nullptr), bufLen(0) {}
     ~ToXMLStringTool();
     ToXMLStringTool(const ToXMLStringTool&) = delete;
@@ -297,7 +297,7 @@ public:
     // writes an empty string.
     static XMLSTR toXMLUnSafe(XMLSTR dest, XMLCSTR source);
 
-private:
+  private:
     XMLSTR buf;
     int bufLen;
 };
@@ -308,6 +308,6 @@ TOCRA_XML_API int xmltoi(XMLCSTR text, int def = 0);              // decimal, cl
 TOCRA_XML_API long long xmltol(XMLCSTR text, long long def = 0);  // decimal, clamped
 TOCRA_XML_API double xmltof(XMLCSTR text, double def = 0.0);
 TOCRA_XML_API XMLCSTR xmltoa(XMLCSTR text, XMLCSTR def = "");
-TOCRA_XML_API XMLCHAR xmltoc(XMLCSTR text, XMLCHAR def = '\0');   // first character; def for null or ""
+TOCRA_XML_API XMLCHAR xmltoc(XMLCSTR text, XMLCHAR def = '\0');  // first character; def for null or ""
 
 #endif

@@ -48,7 +48,8 @@ extern "C" int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, in
     // than what is touched is refused, before any pass runs; one that is
     // merely shorter than the reservation is reported after the fact.
     const int64_t sumBytes = static_cast<int64_t>(width) * height * 4;
-    const int64_t use = sumBytes + static_cast<int64_t>(stride) * (2 * static_cast<int64_t>(radius) + (height + 3) / 4) * 4;
+    const int64_t use =
+        sumBytes + static_cast<int64_t>(stride) * (2 * static_cast<int64_t>(radius) + (height + 3) / 4) * 4;
     const int64_t touched = sumBytes + tocra::BoxSumVScratchExtent(width, stride, height, radius);
     const int useShown = use > INT_MAX ? INT_MAX : static_cast<int>(use);
     if (touched > workSize) {

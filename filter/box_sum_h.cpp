@@ -57,7 +57,8 @@ void BoxSumHPlane(int32_t* out, const uint8_t* src, int width, int stride, int r
 #endif
     int y = 0;
     if (pair != nullptr)
-        for (; y + 2 <= rows; y += 2) pair(out + RowOffset(y, width), src + RowOffset(y, stride), width, stride, radius);
+        for (; y + 2 <= rows; y += 2)
+            pair(out + RowOffset(y, width), src + RowOffset(y, stride), width, stride, radius);
     for (; y < rows; ++y) row(out + RowOffset(y, width), src + RowOffset(y, stride), width, radius);
 }
 
@@ -68,10 +69,8 @@ void BoxSumHPlane(int32_t* out, const uint8_t* src, int width, int stride, int r
 bool BoxSumHArgsOk(const char* name, const int32_t* out, const uint8_t* src, int width, int stride, int rows,
                    int radius) {
     if (rows <= 0) return false;
-    if (out == nullptr || src == nullptr || radius < 0 || width <= 2 * static_cast<int64_t>(radius) ||
-        stride < width) {
-        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] rows[%d] radius[%d]\n", name, width, stride, rows,
-                   radius);
+    if (out == nullptr || src == nullptr || radius < 0 || width <= 2 * static_cast<int64_t>(radius) || stride < width) {
+        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] rows[%d] radius[%d]\n", name, width, stride, rows, radius);
         return false;
     }
     return true;
@@ -83,8 +82,7 @@ bool BoxSumHArgsOk(const char* name, const int32_t* out, const uint8_t* src, int
 using tocra::RowOffset;
 
 // Plain reference: one row at a time, scalar.
-extern "C" void IntegralMat_H_S32XS32(int32_t* out, const uint8_t* src, int width, int stride, int rows,
-                                      int radius) {
+extern "C" void IntegralMat_H_S32XS32(int32_t* out, const uint8_t* src, int width, int stride, int rows, int radius) {
     if (!tocra::BoxSumHArgsOk("IntegralMat_H_S32XS32", out, src, width, stride, rows, radius)) return;
     tocra::BoxSumHPlane(out, src, width, stride, rows, radius, tocra::HForm::kPlain);
 }
@@ -117,10 +115,10 @@ extern "C" void IntegralMat_H_MtCaller(void* arg, int index) {
 // No rows: nothing to do. Refused (-998 and a line): what the row kernel
 // refuses, checked once for the whole plane.
 extern "C" int IntegralMat_H_MT(int32_t* out, const uint8_t* src, int width, int stride, int height, int radius) {
-    if (height > 0 && (out == nullptr || src == nullptr || radius < 0 ||
-                       width <= 2 * static_cast<int64_t>(radius) || stride < width)) {
-        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] height[%d] radius[%d]\n", "IntegralMat_H_MT", width,
-                   stride, height, radius);
+    if (height > 0 && (out == nullptr || src == nullptr || radius < 0 || width <= 2 * static_cast<int64_t>(radius) ||
+                       stride < width)) {
+        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] height[%d] radius[%d]\n", "IntegralMat_H_MT", width, stride,
+                   height, radius);
         return TOCRA_NULL_POINTER;
     }
     BoxSumHJob job{out, src, width, stride, height, radius, tocra::kBandTasks};

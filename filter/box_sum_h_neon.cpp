@@ -30,8 +30,7 @@ inline int16x8_t Prefix8(int16x8_t v) {
 // Eight differences p[x + R] - p[x - R - 1] turned into running sums on
 // top of `carry` (the sum at x - 1, in every lane).
 inline int32x4_t SlideEight(int32_t* out, const uint8_t* p, int x, int radius, int32x4_t carry) {
-    const int16x8_t d =
-        Prefix8(vreinterpretq_s16_u16(vsubl_u8(vld1_u8(p + x + radius), vld1_u8(p + x - radius - 1))));
+    const int16x8_t d = Prefix8(vreinterpretq_s16_u16(vsubl_u8(vld1_u8(p + x + radius), vld1_u8(p + x - radius - 1))));
     const int32x4_t lo = vaddq_s32(vmovl_s16(vget_low_s16(d)), carry);
     const int32x4_t hi = vaddq_s32(vmovl_s16(vget_high_s16(d)), carry);
     vst1q_s32(out + x, lo);

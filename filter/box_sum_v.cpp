@@ -57,8 +57,9 @@ void BoxSumVSlice(uint8_t* dst, const int32_t* in, int width, int stride, int ro
         memset(acc, 0, w * sizeof(int32_t));
         BoxSumVLine line{acc, nullptr, nullptr, colCount, colRecip, 0, 0.0f};
         const int seed = radius < rows ? radius : rows;
-        for (int r = 0; r < seed; ++r) IntegralAddRow_C(reinterpret_cast<uint32_t*>(acc),
-                                                        reinterpret_cast<const uint32_t*>(in + RowOffset(r, width)), width);
+        for (int r = 0; r < seed; ++r)
+            IntegralAddRow_C(reinterpret_cast<uint32_t*>(acc),
+                             reinterpret_cast<const uint32_t*>(in + RowOffset(r, width)), width);
         for (int y = 0; y < rows; ++y) {
             line.add = y + radius <= rows - 1 ? in + RowOffset(y + radius, width) : nullptr;
             line.sub = y >= radius + 1 ? in + RowOffset(y - radius - 1, width) : nullptr;
@@ -142,8 +143,8 @@ extern "C" void IntegralMat_V_S32XS32_Neon2(uint8_t* dst, const int32_t* in, int
                                             int radius) {
     if (width <= 0 || rows <= 0) return;
     if (dst == nullptr || in == nullptr || stride < width || radius < 0) {
-        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] rows[%d] radius[%d]\n", "IntegralMat_V_S32XS32_Neon2",
-                   width, stride, rows, radius);
+        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] rows[%d] radius[%d]\n", "IntegralMat_V_S32XS32_Neon2", width,
+                   stride, rows, radius);
         return;
     }
     tocra::BoxSumVSlice(dst, in, width, stride, rows, radius, tocra::VectorRow());
@@ -172,8 +173,8 @@ extern "C" int IntegralMat_V_MT(uint8_t* dst, const int32_t* in, int width, int 
                                 uint8_t** cursor) {
     if (cursor == nullptr || *cursor == nullptr ||
         (height > 0 && (dst == nullptr || in == nullptr || width < 0 || stride < width || radius < 0))) {
-        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] height[%d] radius[%d]\n", "IntegralMat_V_MT", width,
-                   stride, height, radius);
+        TOCRA_LOGE("%s invalid input: width[%d] stride[%d] height[%d] radius[%d]\n", "IntegralMat_V_MT", width, stride,
+                   height, radius);
         return TOCRA_NULL_POINTER;
     }
     uint8_t* scratch = *cursor;

@@ -50,8 +50,8 @@ int64_t LastRead(int width, int rows, int stride, int step) {
 // histogram is all zeros), but a null histogram, a step below 1 with rows
 // to walk (the row loop would never end), and sampled bytes through a null
 // plane or past `rows` rows of `stride` bytes are refused with a line.
-bool HistArgsOk(const char* name, const uint8_t* plane, int width, int rows, int stride, int step,
-                const uint32_t* hist, int64_t lastRead) {
+bool HistArgsOk(const char* name, const uint8_t* plane, int width, int rows, int stride, int step, const uint32_t* hist,
+                int64_t lastRead) {
     const bool reads = width > 0 && rows > 0;
     if (hist == nullptr || (rows > 0 && step <= 0) ||
         (reads && step > 0 && (plane == nullptr || stride < 0 || lastRead >= static_cast<int64_t>(rows) * stride))) {

@@ -35,10 +35,11 @@ int OutColumns(int width, int dstStride) {
 
 bool DownArgsOk(const char* name, const uint8_t* src, int rows, int width, const uint8_t* dst, int srcStride,
                 int dstStride) {
-    if (rows < 0 || width < 0 || (rows > 0 && width > 0 && (src == nullptr || dst == nullptr ||
-                                                            srcStride < width || dstStride < (width + 1) / 2))) {
-        TOCRA_LOGE("%s invalid input: width[%d] rows[%d] srcStride[%d] dstStride[%d]\n", name, width, rows,
-                   srcStride, dstStride);
+    if (rows < 0 || width < 0 ||
+        (rows > 0 && width > 0 &&
+         (src == nullptr || dst == nullptr || srcStride < width || dstStride < (width + 1) / 2))) {
+        TOCRA_LOGE("%s invalid input: width[%d] rows[%d] srcStride[%d] dstStride[%d]\n", name, width, rows, srcStride,
+                   dstStride);
         return false;
     }
     return true;
@@ -104,8 +105,7 @@ int DownScaleX4_MT(const uint8_t* src, uint8_t* dst, int height, int width, int 
 
 }  // namespace tocra
 
-extern "C" void Neon_DownScaleX4(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride,
-                                 int dstStride) {
+extern "C" void Neon_DownScaleX4(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride) {
     if (!DownArgsOk("Neon_DownScaleX4", src, rows, width, dst, srcStride, dstStride)) return;
     tocra::DownScalePlane(src, rows, width, dst, srcStride, dstStride, kDownScaleRow);
 }

@@ -16,12 +16,12 @@ struct FaceMap {
     uint8_t* work;         // box filter work area
     int32_t workSize;
     int32_t faceNum;
-    int32_t ratio;         // nFaceAjustRatio
-    int32_t margin;        // nMargin
+    int32_t ratio;   // nFaceAjustRatio
+    int32_t margin;  // nMargin
     int32_t width;
     int32_t height;
-    int32_t stride;        // width rounded up to a multiple of 128
-    int32_t radius;        // nSmoothRadius
+    int32_t stride;  // width rounded up to a multiple of 128
+    int32_t radius;  // nSmoothRadius
 };
 
 // The map of a request: its map, face and work buffers converted from their

@@ -116,8 +116,8 @@ using UpScaleRowFn = void (*)(const uint8_t* s0, const uint8_t* s1, uint8_t* d0,
 void UpScaleRow_C(const uint8_t* s0, const uint8_t* s1, uint8_t* d0, uint8_t* d1, int width);
 void UpScaleRow_NEON(const uint8_t* s0, const uint8_t* s1, uint8_t* d0, uint8_t* d1, int width);
 // The source row pairs y = first .. first+pairs-1.
-void UpScalePairs(const uint8_t* src, int firstPair, int pairs, int width, int srcStride, uint8_t* dst,
-                  int dstStride, UpScaleRowFn row);
+void UpScalePairs(const uint8_t* src, int firstPair, int pairs, int width, int srcStride, uint8_t* dst, int dstStride,
+                  UpScaleRowFn row);
 // The whole plane (height, width >= 1), as MT_UpScale4X_NEON.
 void UpScalePlane(const uint8_t* src, int height, int width, int srcStride, int dstStride, uint8_t* dst,
                   UpScaleRowFn row);
@@ -181,10 +181,9 @@ bool Yuv2RgbRefused(int width, int rows);
 // into set + 768 k. Bands 0..2 leave the next band's first row to it (kRead)
 // unless that band refuses its rows; the last band does `lastAfter`, and is
 // refused with kLastBandPastFrame when `refuseLast` is set.
-int Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
-                     bool refuseLast, Yuv2RgbRowFn row);
-int Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
-                     bool refuseLast);
+int Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter, bool refuseLast,
+                     Yuv2RgbRowFn row);
+int Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter, bool refuseLast);
 // The line of a last band whose chroma would be read past the frame.
 extern const char kLastBandPastFrame[];
 

@@ -158,7 +158,8 @@ extern "C" void IntegralMat_partV_Caller(int32_t* row1, int pitch, int integralH
     }
     const IntegralRows rows = PickIntegralRows(false);
     uint32_t* row0 = reinterpret_cast<uint32_t*>(row1 - pitch);
-    for (int r = 1; r < integralHeight; ++r) rows.add(row0 + RowOffset(r, pitch), row0 + RowOffset(r - 1, pitch), pitch);
+    for (int r = 1; r < integralHeight; ++r)
+        rows.add(row0 + RowOffset(r, pitch), row0 + RowOffset(r - 1, pitch), pitch);
 }
 
 // dst needs (width + 1) * (height + 1) int32 values; src needs `height` rows

@@ -42,8 +42,8 @@ void UpScaleRow_C(const uint8_t* s0, const uint8_t* s1, uint8_t* d0, uint8_t* d1
     }
 }
 
-void UpScalePairs(const uint8_t* src, int firstPair, int pairs, int width, int srcStride, uint8_t* dst,
-                  int dstStride, UpScaleRowFn row) {
+void UpScalePairs(const uint8_t* src, int firstPair, int pairs, int width, int srcStride, uint8_t* dst, int dstStride,
+                  UpScaleRowFn row) {
     for (int y = firstPair; y < firstPair + pairs; ++y) {
         const uint8_t* s0 = src + RowOffset(y, srcStride);
         row(s0, s0 + srcStride, dst + RowOffset(2 * y + 1, dstStride), dst + RowOffset(2 * y + 2, dstStride), width);

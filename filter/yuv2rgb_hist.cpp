@@ -21,7 +21,8 @@ struct Bgr {
 
 inline Bgr Convert(int y, int u8, int v8) {
     const int u = u8 - 128, v = v8 - 128, y64 = 64 * y + 32;
-    return Bgr{tocra::ClampToByte((y64 + 113 * u) >> 6), tocra::ClampToByte((y64 - 22 * u - 46 * v) >> 6), tocra::ClampToByte((y64 + 90 * v) >> 6)};
+    return Bgr{tocra::ClampToByte((y64 + 113 * u) >> 6), tocra::ClampToByte((y64 - 22 * u - 46 * v) >> 6),
+               tocra::ClampToByte((y64 + 90 * v) >> 6)};
 }
 
 inline Bgr ConvertAt(const uint8_t* y, const uint8_t* uv, int x) { return Convert(y[x], uv[2 * x], uv[2 * x + 1]); }
@@ -179,8 +180,8 @@ void RgbBand(void* arg, int index) {
     }
     const tocra::RgbPlanes& p = job->planes;
     const size_t o = RowOffset(band.first, p.stride);
-    const tocra::RgbPlanes bp{p.y + o, p.uv + RowOffset(band.first, p.uvStride), p.b + o, p.g + o, p.r + o,
-                              p.stride, p.uvStride};
+    const tocra::RgbPlanes bp{p.y + o,   p.uv + RowOffset(band.first, p.uvStride), p.b + o, p.g + o, p.r + o, p.stride,
+                              p.uvStride};
     tocra::RowAfter after = job->lastAfter;
     if (index < tocra::kBandTasks - 1) {
         const bool nextWrites = !tocra::Yuv2RgbRefused(job->width, tocra::QuarterBand(job->height, index + 1).rows);
@@ -191,7 +192,8 @@ void RgbBand(void* arg, int index) {
 
 }  // namespace
 
-const char tocra::kLastBandPastFrame[] = "DownScaleYuv2RgbHist_Neon last colour band refused: its chroma lies past the frame.\n";
+const char tocra::kLastBandPastFrame[] =
+    "DownScaleYuv2RgbHist_Neon last colour band refused: its chroma lies past the frame.\n";
 
 int tocra::Yuv2RgbFourBands(const RgbPlanes& p, uint32_t* set, int width, int height, RowAfter lastAfter,
                             bool refuseLast, Yuv2RgbRowFn row) {

@@ -121,8 +121,8 @@ extern "C" void DownScaleYuv2RgbHist_Neon(const uint8_t* frame, uint8_t* dst, in
     for (int c = 0; c < 3; ++c) {  // c: 0 R, 1 G, 2 B; a band's set is B, G, R
         const int ch = 2 - c;
         for (int v = 0; v < 256; ++v) {
-            merged[c][v] = set[ch * 256 + v] + set[768 + ch * 256 + v] + set[1536 + ch * 256 + v] +
-                           set[2304 + ch * 256 + v];
+            merged[c][v] =
+                set[ch * 256 + v] + set[768 + ch * 256 + v] + set[1536 + ch * 256 + v] + set[2304 + ch * 256 + v];
         }
     }
     memcpy(dst + 4 * l.S + 1024, merged, sizeof(merged));

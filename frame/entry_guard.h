@@ -16,14 +16,14 @@ namespace tocra {
 // it, construction logs "%s refused: another entry point is running\n" (error
 // priority) with the entry point's name and refused() is true.
 class EntryGuard {
-public:
+  public:
     explicit EntryGuard(const char* name);
     ~EntryGuard();
     EntryGuard(const EntryGuard&) = delete;
     EntryGuard& operator=(const EntryGuard&) = delete;
     bool refused() const { return !entered_; }
 
-private:
+  private:
     bool entered_;
 };
 
@@ -31,7 +31,7 @@ private:
 
 // The first line of every entry point: answers TOCRA_BUSY (-996) while
 // another thread is inside an entry point.
-#define TOCRA_ONE_CALL_AT_A_TIME(name)                 \
+#define TOCRA_ONE_CALL_AT_A_TIME(name)                \
     const ::tocra::EntryGuard tocraEntryGuard_(name); \
     if (tocraEntryGuard_.refused()) return TOCRA_BUSY
 

@@ -23,7 +23,7 @@ __attribute__((visibility("default"))) int __android_log_print(int prio, const c
     gettimeofday(&tv, NULL);
     struct tm tmv;
     localtime_r(&tv.tv_sec, &tmv);
-    fprintf(stderr, "%s %c %02d-%02d %02d:%02d:%02d %5d %5d %s\n", tag ? tag : "", letter, tmv.tm_mon + 1,
-            tmv.tm_mday, tmv.tm_hour, tmv.tm_min, tmv.tm_sec, (int)getpid(), (int)syscall(SYS_gettid), text);
+    fprintf(stderr, "%s %c %02d-%02d %02d:%02d:%02d %5d %5d %s\n", tag ? tag : "", letter, tmv.tm_mon + 1, tmv.tm_mday,
+            tmv.tm_hour, tmv.tm_min, tmv.tm_sec, (int)getpid(), (int)syscall(SYS_gettid), text);
     return n < 0 ? 0 : n;
 }

@@ -50,8 +50,8 @@ extern "C" int imgDataCopy(const uint8_t* src, uint8_t* dst, int srcPitch, int h
     bool started[4] = {false, false, false, false};
     for (int b = 0; b < 4; ++b) {
         const ptrdiff_t rowOffset = static_cast<ptrdiff_t>(q) * b;
-        bands[b] = {src + static_cast<ptrdiff_t>(srcPitch) * rowOffset, dst + static_cast<ptrdiff_t>(dstPitch) * rowOffset,
-                    srcPitch, dstPitch, q};
+        bands[b] = {src + static_cast<ptrdiff_t>(srcPitch) * rowOffset,
+                    dst + static_cast<ptrdiff_t>(dstPitch) * rowOffset, srcPitch, dstPitch, q};
     }
     // A band whose thread cannot be started is logged and left uncopied;
     // only the fourth start decides the result.
@@ -82,8 +82,8 @@ static bool ValidThreadFunction(const char* func, void* (*fn)(void*), int n) {
 
 extern "C" int create_thread_lock(void* (*fn)(void*), void* arg, int n) {
     if (!ValidThreadFunction("create_thread_lock", fn, n)) return -1;
-    tagST_THREAD_RECORD* records =
-        static_cast<tagST_THREAD_RECORD*>(platform_malloc(sizeof(tagST_THREAD_RECORD) * static_cast<size_t>(std::max(n, 1))));
+    tagST_THREAD_RECORD* records = static_cast<tagST_THREAD_RECORD*>(
+        platform_malloc(sizeof(tagST_THREAD_RECORD) * static_cast<size_t>(std::max(n, 1))));
     if (records == nullptr) {
         TOCRA_LOGE("Buffer malloc Failed!");
         return -1;

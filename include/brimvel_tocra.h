@@ -32,10 +32,10 @@
 #ifndef BRIMVEL_TOCRA_H
 #define BRIMVEL_TOCRA_H
 
+#include <pthread.h>
 #include <stdarg.h>
 #include <stddef.h>
 #include <stdint.h>
-#include <pthread.h>
 
 #if defined(__GNUC__)
 #define TOCRA_API __attribute__((visibility("default")))
@@ -174,12 +174,12 @@ TOCRA_API int thread_wait(long thread);
 /* ------------------------------------------------------------------------ */
 
 typedef struct IntegralJob {
-    int32_t* pRow1;      /* integral row 1 */
+    int32_t* pRow1; /* integral row 1 */
     const uint8_t* pSrc;
-    int32_t pitch;       /* width + 1 */
+    int32_t pitch; /* width + 1 */
     int32_t srcStride;
     int32_t integralHeight; /* height + 1 */
-    int32_t taskCount;   /* 4 */
+    int32_t taskCount;      /* 4 */
 } IntegralJob;
 
 typedef struct BoxSumHJob {
@@ -210,8 +210,10 @@ TOCRA_API void IntegralMat_partV_Caller(int32_t* row1, int pitch, int integralHe
 TOCRA_API int IntegralMat_H_MT(int32_t* out, const uint8_t* src, int width, int stride, int height, int radius);
 TOCRA_API void IntegralMat_H_MtCaller(void* job, int index);
 TOCRA_API void IntegralMat_H_S32XS32(int32_t* out, const uint8_t* src, int width, int stride, int rows, int radius);
-TOCRA_API void IntegralMat_H_S32XS32_Neon(int32_t* out, const uint8_t* src, int width, int stride, int rows, int radius);
-TOCRA_API void IntegralMat_H_S32XS32_Neon3(int32_t* out, const uint8_t* src, int width, int stride, int rows, int radius);
+TOCRA_API void IntegralMat_H_S32XS32_Neon(int32_t* out, const uint8_t* src, int width, int stride, int rows,
+                                          int radius);
+TOCRA_API void IntegralMat_H_S32XS32_Neon3(int32_t* out, const uint8_t* src, int width, int stride, int rows,
+                                           int radius);
 
 TOCRA_API int IntegralMat_V_MT(uint8_t* dst, const int32_t* in, int width, int stride, int height, int radius,
                                uint8_t** cursor);
@@ -236,9 +238,9 @@ TOCRA_STATIC_ASSERT(sizeof(FaceInfo) == 60, "face record is 15 words");
 
 #pragma pack(push, 1)
 typedef struct BoxFilterApiParams {
-    uint32_t hOutput;       /* weight map */
-    uint32_t hFaces;        /* FaceInfo records */
-    uint32_t hWork;         /* work area */
+    uint32_t hOutput; /* weight map */
+    uint32_t hFaces;  /* FaceInfo records */
+    uint32_t hWork;   /* work area */
     int32_t workSize;
     int32_t faceNum;
     int32_t nFaceAjustRatio;
@@ -368,11 +370,9 @@ TOCRA_API void CalcJointPoint(const uint32_t* cumB, const uint32_t* cumA, int32_
 TOCRA_API void Neon_DownScaleX4(const uint8_t* src, int rows, int width, uint8_t* dst, int srcStride, int dstStride);
 TOCRA_API int DownScaleX4_Neon_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride,
                                   int dstStride);
-TOCRA_API void MT_UpScale4X_NEON(const uint8_t* src, int height, int width, int srcStride, int dstStride,
-                                 uint8_t* dst);
+TOCRA_API void MT_UpScale4X_NEON(const uint8_t* src, int height, int width, int srcStride, int dstStride, uint8_t* dst);
 TOCRA_API void UpScaleError_NEON(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int rows, int stride);
-TOCRA_API int UpScaleError_Neon_MT(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int height,
-                                   int stride);
+TOCRA_API int UpScaleError_Neon_MT(const uint8_t* a, const uint8_t* b, int8_t* err, int width, int height, int stride);
 
 /* ------------------------------------------------------------------------ */
 /* Feature descriptors                                                       */
@@ -582,8 +582,8 @@ TOCRA_API int Ransac_Regis_TocraAPI(tagST_RANSAC_REGIS_REQUEST* request);
  * -998, the fills return nothing; both log "<function> invalid input: ...".
  * Anything else runs as the loops say, bytes past a row's end included. */
 
-TOCRA_API int AffineTransform(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
-                              tagST_REGISTRATION_AREA* area, unsigned char* scratch);
+TOCRA_API int AffineTransform(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H, tagST_REGISTRATION_AREA* area,
+                              unsigned char* scratch);
 TOCRA_API int AffineTransform_neon(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
                                    tagST_REGISTRATION_AREA* area, unsigned char* scratch);
 TOCRA_API int AffineTransform_YUV420(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
@@ -672,8 +672,8 @@ TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, VornelidBlendSigma) == 92, "co
 TOCRA_STATIC_ASSERT(offsetof(_stXmlConfigInfoHdr, NoFlashWeight) == 96, "configuration record layout");
 
 typedef struct tagST_XML_PARSE_REQUEST {
-    uint32_t xmlInfo;     /* handle of the 97-byte _stXmlConfigInfoHdr */
-    const char* path;     /* directory, ending with the path separator */
+    uint32_t xmlInfo; /* handle of the 97-byte _stXmlConfigInfoHdr */
+    const char* path; /* directory, ending with the path separator */
 } tagST_XML_PARSE_REQUEST;
 
 /* 0, -998, -999 ("xml XmlConfig.LoadConfig failed\n"), or -1000 with the

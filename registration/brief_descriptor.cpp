@@ -42,9 +42,9 @@ constexpr int kPrefetchAhead = 2;
 void PrefetchPatch(const uint32_t* base, ptrdiff_t stride, const tagST_KEYPOINT& kp) {
     constexpr int kFirst = kBriefMinDx - kBoxHalf;
     constexpr int kLast = kBriefMaxDx + kBoxHalf + 1;
-    const intptr_t centre = reinterpret_cast<intptr_t>(base) +
-                            (static_cast<intptr_t>(BriefCentre(kp.y)) * stride + BriefCentre(kp.x)) *
-                                static_cast<intptr_t>(sizeof(uint32_t));
+    const intptr_t centre =
+        reinterpret_cast<intptr_t>(base) + (static_cast<intptr_t>(BriefCentre(kp.y)) * stride + BriefCentre(kp.x)) *
+                                               static_cast<intptr_t>(sizeof(uint32_t));
     const intptr_t rowBytes = stride * static_cast<intptr_t>(sizeof(uint32_t));
     for (int r = kBriefMinDy - kBoxHalf; r <= kBriefMaxDy + kBoxHalf + 1; ++r) {
         const intptr_t row = centre + r * rowBytes;

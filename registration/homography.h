@@ -38,8 +38,7 @@ inline uint32_t MwcNext(uint64_t* state) {
 // reprojection distance is at most threshold (NaN counts as outlier).
 // Writes the sum of the inliers' squared distances into errSum and returns
 // the inlier count. pointNum <= 0 writes no mask byte and returns 0.
-int FindInliers(const tagST_MATCH_PAIRS* pairs, unsigned char* mask, const float* H, float threshold,
-                float* errSum);
+int FindInliers(const tagST_MATCH_PAIRS* pairs, unsigned char* mask, const float* H, float threshold, float* errSum);
 
 // Four points (eight floats). 1 when no three of them are collinear within
 // the integer rule |cross| <= 0.1 * (sum of the coordinate differences'

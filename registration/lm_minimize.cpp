@@ -475,8 +475,8 @@ void LmDif(int m, int n, float* x, lm_evaluate_ftype evaluate, void* data, float
 }  // namespace
 }  // namespace tocra
 
-extern "C" void LM_Minimize(int m, int n, float* x, lm_evaluate_ftype evaluate, lm_print_ftype /*printout*/,
-                            void* data, lm_control_type* control, unsigned char* work) {
+extern "C" void LM_Minimize(int m, int n, float* x, lm_evaluate_ftype evaluate, lm_print_ftype /*printout*/, void* data,
+                            lm_control_type* control, unsigned char* work) {
     // Nothing can be reported without the control record.
     if (control == nullptr) return;
     control->info = 0;
@@ -489,14 +489,13 @@ extern "C" void LM_Minimize(int m, int n, float* x, lm_evaluate_ftype evaluate, 
                           budget <= 0 || control->stepbound <= 0.0f;
     // Guards of our own, also answered with info 0 before anything is read:
     // null pointers and sizes whose work buffer could not exist.
-    const bool unusable = x == nullptr || evaluate == nullptr || work == nullptr ||
-                          static_cast<uint64_t>(words) > (SIZE_MAX - 3) / 4;
+    const bool unusable =
+        x == nullptr || evaluate == nullptr || work == nullptr || static_cast<uint64_t>(words) > (SIZE_MAX - 3) / 4;
     if (improper || unusable) {
         // The final norm is taken over the residual area as the buffer holds
         // it, where the documented size has room for m residuals.
         const bool residualsAddressable = work != nullptr && m > 0 && n >= 0 && !unusable;
-        control->fnorm =
-            residualsAddressable ? tocra::Enorm(m, tocra::Layout(work, m, n < 0 ? 0 : n).fvec) : 0.0f;
+        control->fnorm = residualsAddressable ? tocra::Enorm(m, tocra::Layout(work, m, n < 0 ? 0 : n).fvec) : 0.0f;
         return;
     }
 

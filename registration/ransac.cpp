@@ -127,8 +127,8 @@ int CheckSubset(const float* points) {
                 const int32_t d2y = TruncDiff(points[2 * k + 1], points[2 * i + 1]);
                 // 32-bit wrap-around like the device's integer multiply;
                 // widened first so that the wrap is defined.
-                const int32_t cross = static_cast<int32_t>(static_cast<uint32_t>(
-                    static_cast<int64_t>(d1y) * d2x - static_cast<int64_t>(d1x) * d2y));
+                const int32_t cross = static_cast<int32_t>(
+                    static_cast<uint32_t>(static_cast<int64_t>(d1y) * d2x - static_cast<int64_t>(d1x) * d2y));
                 const int64_t absCross = cross < 0 ? -static_cast<int64_t>(cross) : cross;
                 const int64_t spread = std::llabs(d2x) + std::llabs(d2y) + std::llabs(d1x) + std::llabs(d1y);
                 if (static_cast<double>(absCross) <= 0.1 * static_cast<double>(spread)) return 0;
@@ -138,8 +138,7 @@ int CheckSubset(const float* points) {
     return 1;
 }
 
-int FindInliers(const tagST_MATCH_PAIRS* pairs, unsigned char* mask, const float* H, float threshold,
-                float* errSum) {
+int FindInliers(const tagST_MATCH_PAIRS* pairs, unsigned char* mask, const float* H, float threshold, float* errSum) {
     const float* ref = pairs->pRefPoint;
     const float* match = pairs->pMatchPoint;
     int count = 0;
@@ -221,8 +220,7 @@ extern "C" int Refine(tagST_MATCH_PAIRS* pairs, unsigned char* mask, float* H, f
     return 0;
 }
 
-extern "C" int RansacEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PARAMS* params,
-                                unsigned char* scratch) {
+extern "C" int RansacEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PARAMS* params, unsigned char* scratch) {
     // Guards of our own, answered with the call's failure result (-1) before
     // anything is written: null records, and null arrays or scratch when
     // there are pairs to read.
@@ -304,8 +302,7 @@ extern "C" int RefineHomography(tagST_MATCH_PAIRS* pairs, float* H, unsigned cha
     if (pairs == nullptr || H == nullptr || scratch == nullptr) return -1;
     if (pairs->pointNum < 1) return 0;
     if (pairs->pRefPoint == nullptr || pairs->pMatchPoint == nullptr) return -1;
-    return HomographyDLT(pairs->pRefPoint, pairs->pMatchPoint, pairs->pointNum, H, kRefineSweepFactor,
-                         scratch);
+    return HomographyDLT(pairs->pRefPoint, pairs->pMatchPoint, pairs->pointNum, H, kRefineSweepFactor, scratch);
 }
 
 extern "C" int HomographyEstimation(tagST_MATCH_PAIRS* pairs, float* H, tagRANSAC_PARAMS* params,

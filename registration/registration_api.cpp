@@ -34,7 +34,7 @@ namespace {
 constexpr int kRansacIterations = 100;
 constexpr float kFirstThreshold = 160.0f;
 constexpr float kSecondThreshold = 80.0f;
-constexpr float kConfidence = 0.9995f;  // 0x3F7FDF3B
+constexpr float kConfidence = 0.9995f;       // 0x3F7FDF3B
 constexpr float kKeypointScale = 0.015625f;  // 1/64 pixel
 // The line number that goes with the tag "RansacEst_TocraAPI" to iMalloc and
 // iFree: a fixed value, whatever line of this file the call is on.
@@ -63,9 +63,7 @@ tagST_MATCH_PAIRS_HANDLE ReadPairRecord(const tagST_REGIS_INPUT_RECORD* A, int k
     return r;
 }
 
-void Flush(const void* start, size_t bytes) {
-    platform_cacheflush(start, static_cast<const uint8_t*>(start) + bytes);
-}
+void Flush(const void* start, size_t bytes) { platform_cacheflush(start, static_cast<const uint8_t*>(start) + bytes); }
 
 }  // namespace
 
@@ -177,7 +175,8 @@ extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
     TOCRA_LOGI("Reg image width = %d, height = %d, stride = %d\n", W, H, stride);
     // Frames whose luma plane would not fit a 32-bit size are not supported
     // either: no pipeline buffer is that large.
-    if (W % 8 != 0 || H % 8 != 0 || W < 64 || H < 64 || ((static_cast<int64_t>(W) + 127) & ~int64_t{127}) * H > INT32_MAX) {
+    if (W % 8 != 0 || H % 8 != 0 || W < 64 || H < 64 ||
+        ((static_cast<int64_t>(W) + 127) & ~int64_t{127}) * H > INT32_MAX) {
         TOCRA_LOGE("ImageSize input size is not supported");
         return TOCRA_SIZE_NOT_SUPPORTED;
     }
@@ -189,18 +188,32 @@ extern "C" int Registration_TocraAPI(tagST_REGISTRATION_REQUEST* request) {
     // touches them, so too few pairs or a rejected motion answer 3 whatever
     // the handles gave. The reference planes are never read.
     tagST_IMGREGISTRATION_PARAMS_IN in{};
-    in.refPic = {W, H, stride, static_cast<uint8_t*>(ConvertAddr(A->refPic.hY)),
-                 static_cast<uint8_t*>(ConvertAddr(A->refPic.hU)), static_cast<uint8_t*>(ConvertAddr(A->refPic.hV)),
+    in.refPic = {W,
+                 H,
+                 stride,
+                 static_cast<uint8_t*>(ConvertAddr(A->refPic.hY)),
+                 static_cast<uint8_t*>(ConvertAddr(A->refPic.hU)),
+                 static_cast<uint8_t*>(ConvertAddr(A->refPic.hV)),
                  A->refPic.format};
-    in.srcPic = {W, H, stride, static_cast<uint8_t*>(ConvertAddr(A->srcPic.hY)),
-                 static_cast<uint8_t*>(ConvertAddr(A->srcPic.hU)), static_cast<uint8_t*>(ConvertAddr(A->srcPic.hV)), 0};
+    in.srcPic = {W,
+                 H,
+                 stride,
+                 static_cast<uint8_t*>(ConvertAddr(A->srcPic.hY)),
+                 static_cast<uint8_t*>(ConvertAddr(A->srcPic.hU)),
+                 static_cast<uint8_t*>(ConvertAddr(A->srcPic.hV)),
+                 0};
     const tagST_MATCH_PAIRS_HANDLE fp = ReadPairRecord(A, k);
-    in.matchPairs = {static_cast<float*>(ConvertAddr(fp.refPointBuf)), static_cast<float*>(ConvertAddr(fp.matchPointBuf)),
-                     fp.pointNum};
+    in.matchPairs = {static_cast<float*>(ConvertAddr(fp.refPointBuf)),
+                     static_cast<float*>(ConvertAddr(fp.matchPointBuf)), fp.pointNum};
     tagST_IMGREGISTRATION_PARAMS_OUT out{};
     const tagST_PIC_HANDLE& ob = B->outPic[k];
-    out.outPic[k] = {W, H, stride, static_cast<uint8_t*>(ConvertAddr(ob.hY)), static_cast<uint8_t*>(ConvertAddr(ob.hU)),
-                     static_cast<uint8_t*>(ConvertAddr(ob.hV)), 0};
+    out.outPic[k] = {W,
+                     H,
+                     stride,
+                     static_cast<uint8_t*>(ConvertAddr(ob.hY)),
+                     static_cast<uint8_t*>(ConvertAddr(ob.hU)),
+                     static_cast<uint8_t*>(ConvertAddr(ob.hV)),
+                     0};
 
     TOCRA_LOGI("Reg Registration received match pairs num = %d\n", in.matchPairs.pointNum);
     const int ret = ImgRegistration(&in, &out, k);

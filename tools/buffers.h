@@ -34,7 +34,7 @@ int Invalidations();
 // resized, so the registered address stays valid for the block's lifetime;
 // its handles are released with it.
 class GraphicBuffer {
-public:
+  public:
     GraphicBuffer() = default;
     explicit GraphicBuffer(size_t bytes);
     ~GraphicBuffer();
@@ -50,7 +50,7 @@ public:
     // plane of a multi-plane buffer, for example).
     uint32_t HandleAt(size_t offset);
 
-private:
+  private:
     void ReleaseHandles();
 
     std::unique_ptr<uint8_t[]> bytes_;

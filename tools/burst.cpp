@@ -67,8 +67,8 @@ cv::Matx33d MotionAbout(cv::Point2d c, double degrees, double zoom, cv::Point2d 
     const double a = degrees * CV_PI / 180.0;
     const cv::Matx33d toCentre(1, 0, -c.x, 0, 1, -c.y, 0, 0, 1);
     const cv::Matx33d tilt(1, 0, 0, 0, 1, 0, perspX / c.x, perspY / c.y, 1);
-    const cv::Matx33d turn(zoom * std::cos(a), -zoom * std::sin(a), 0, zoom * std::sin(a), zoom * std::cos(a), 0, 0,
-                           0, 1);
+    const cv::Matx33d turn(zoom * std::cos(a), -zoom * std::sin(a), 0, zoom * std::sin(a), zoom * std::cos(a), 0, 0, 0,
+                           1);
     const cv::Matx33d back(1, 0, c.x + shift.x, 0, 1, c.y + shift.y, 0, 0, 1);
     cv::Matx33d h = back * turn * tilt * toCentre;
     return h * (1.0 / h(2, 2));
@@ -76,16 +76,14 @@ cv::Matx33d MotionAbout(cv::Point2d c, double degrees, double zoom, cv::Point2d 
 
 struct FrameRecipe {
     double degrees, zoom, shiftX, shiftY, perspX, perspY;  // shifts as fractions of the frame size
-    double gain;                                          // no-flash exposure
+    double gain;                                           // no-flash exposure
 };
 
 // Frames 1 to 5: handheld motion between shots, each a little under- or
 // over-exposed against the others.
 const FrameRecipe kRecipes[5] = {
-    {0.40, 1.000, 0.010, -0.006, 0.000, 0.000, 0.62},
-    {-0.90, 1.000, -0.016, 0.010, 0.000, 0.000, 0.50},
-    {0.25, 1.000, 0.005, 0.015, 0.010, -0.006, 0.70},
-    {-0.50, 1.015, -0.008, -0.012, 0.000, 0.000, 0.45},
+    {0.40, 1.000, 0.010, -0.006, 0.000, 0.000, 0.62}, {-0.90, 1.000, -0.016, 0.010, 0.000, 0.000, 0.50},
+    {0.25, 1.000, 0.005, 0.015, 0.010, -0.006, 0.70}, {-0.50, 1.015, -0.008, -0.012, 0.000, 0.000, 0.45},
     {1.10, 1.000, 0.018, 0.008, -0.006, 0.010, 0.56},
 };
 
@@ -96,7 +94,7 @@ cv::Mat MakeTexture(cv::Size size) {
     for (int y = 0; y < size.height; ++y) {
         for (int x = 0; x < size.width; ++x) {
             img.at<cv::Vec3b>(y, x) = cv::Vec3b(static_cast<uint8_t>(60 + 100 * x / size.width),
-                                                 static_cast<uint8_t>(80 + 90 * y / size.height), 120);
+                                                static_cast<uint8_t>(80 + 90 * y / size.height), 120);
         }
     }
     cv::RNG rng(20240611);
@@ -144,8 +142,8 @@ bool MakeScene(const Options& o, cv::Size frame, Burst* burst, cv::Mat* scene, s
         *error = "cannot read the photograph '" + photo + "'";
         return false;
     }
-    const double f = std::max(static_cast<double>(sceneSize.width) / img.cols,
-                              static_cast<double>(sceneSize.height) / img.rows);
+    const double f =
+        std::max(static_cast<double>(sceneSize.width) / img.cols, static_cast<double>(sceneSize.height) / img.rows);
     cv::resize(img, img, cv::Size(), f, f, f < 1.0 ? cv::INTER_AREA : cv::INTER_CUBIC);
     const cv::Rect centre((img.cols - sceneSize.width) / 2, (img.rows - sceneSize.height) / 2, sceneSize.width,
                           sceneSize.height);
@@ -176,7 +174,8 @@ void Expose(cv::Mat* frame, bool flash, double gain, uint64_t seed) {
         for (int x = 0; x < size.width; ++x) {
             const double r2 = ((x - cx) * (x - cx) + (y - cy) * (y - cy)) / r2max;
             const double g = flash ? 1.12 - 0.32 * r2 : gain;
-            for (int c = 0; c < 3; ++c) row[x][c] = cv::saturate_cast<uint8_t>(curve[row[x][c]] * g * tint[c] + n[x][c]);
+            for (int c = 0; c < 3; ++c)
+                row[x][c] = cv::saturate_cast<uint8_t>(curve[row[x][c]] * g * tint[c] + n[x][c]);
         }
     }
 }
@@ -235,8 +234,8 @@ bool MakeBurst(const Options& o, Burst* burst, std::string* error) {
         // Frame k shows at u what the reference shows at truth^-1(u), which
         // is the scene at that point plus the crop origin.
         cv::Mat frame;
-        cv::warpPerspective(scene, frame, cv::Mat(toScene * truth.inv()), size,
-                            cv::INTER_LINEAR | cv::WARP_INVERSE_MAP, cv::BORDER_REFLECT101);
+        cv::warpPerspective(scene, frame, cv::Mat(toScene * truth.inv()), size, cv::INTER_LINEAR | cv::WARP_INVERSE_MAP,
+                            cv::BORDER_REFLECT101);
         const bool flash = k == 0;
         const double gain = flash ? 1.0 : kRecipes[k - 1].gain;
         Expose(&frame, flash, gain, 1000 + k);
@@ -244,12 +243,13 @@ bool MakeBurst(const Options& o, Burst* burst, std::string* error) {
         burst->truth.push_back(truth);
         if (flash) {
             burst->names.push_back("generated reference");
-            burst->exposures.push_back("flash: gain 1.12 at the centre falling to 0.80 in the corners, gamma 0.95, "
-                                       "cool tint, noise sigma 1.0");
+            burst->exposures.push_back(
+                "flash: gain 1.12 at the centre falling to 0.80 in the corners, gamma 0.95, "
+                "cool tint, noise sigma 1.0");
         } else {
             const FrameRecipe& r = kRecipes[k - 1];
             std::string name = cv::format("generated: rotation %.2f deg, zoom %.3f, shift (%.1f, %.1f) px", r.degrees,
-                                      r.zoom, r.shiftX * size.width, r.shiftY * size.height);
+                                          r.zoom, r.shiftX * size.width, r.shiftY * size.height);
             if (r.perspX != 0.0 || r.perspY != 0.0) name += ", perspective tilt";
             burst->names.push_back(name);
             burst->exposures.push_back(cv::format("no flash: gain %.2f, gamma 1.15, warm tint, noise sigma 2.5", gain));
@@ -267,8 +267,7 @@ void FitFrameSize(bool crop, Burst* burst) {
     const cv::Size fitted(size.width / step * step, size.height / step * step);
     if (fitted == size) return;
     for (cv::Mat& f : burst->frames) f = f(cv::Rect(cv::Point(0, 0), fitted)).clone();
-    burst->notes.push_back("Frames cropped at the right and bottom from " + SizeText(size) + " to " +
-                           SizeText(fitted) +
+    burst->notes.push_back("Frames cropped at the right and bottom from " + SizeText(size) + " to " + SizeText(fitted) +
                            (crop ? " (multiples of 8, the registration's size rule; --no-crop keeps the size)."
                                  : " (YUV 4:2:0 needs even sizes)."));
 }

@@ -15,13 +15,13 @@ namespace demo {
 constexpr int kMaxFrames = 6;  // the reference and frames 1 to 5
 
 struct Burst {
-    std::vector<cv::Mat> frames;      // BGR, all of one size; frame 0 is the reference
-    std::vector<std::string> names;   // where each frame came from
-    std::vector<cv::Matx33d> truth;   // generated burst only: reference point -> frame point
+    std::vector<cv::Mat> frames;         // BGR, all of one size; frame 0 is the reference
+    std::vector<std::string> names;      // where each frame came from
+    std::vector<cv::Matx33d> truth;      // generated burst only: reference point -> frame point
     std::vector<std::string> exposures;  // generated burst only: how each frame was exposed
-    std::vector<cv::Rect> faces;      // a made-up face of the generated burst
-    std::string source;               // one line: what the burst is
-    std::vector<std::string> notes;   // things the report should say
+    std::vector<cv::Rect> faces;         // a made-up face of the generated burst
+    std::string source;                  // one line: what the burst is
+    std::vector<std::string> notes;      // things the report should say
 };
 
 // Reads the pictures named in the options (PNG, JPEG, raw .yuv). On failure

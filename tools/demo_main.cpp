@@ -63,7 +63,7 @@ bool ReadFaces(const std::string& path, std::vector<cv::Rect>* faces, std::strin
         std::string extra;
         if (!(fields >> left >> top >> right >> bottom) || (fields >> extra) || right <= left || bottom <= top) {
             *error = cv::format("%s:%d: expected 'LEFT TOP RIGHT BOTTOM' with RIGHT > LEFT and BOTTOM > TOP",
-                            path.c_str(), lineNo);
+                                path.c_str(), lineNo);
             return false;
         }
         faces->push_back(cv::Rect(left, top, right - left, bottom - top));
@@ -105,9 +105,10 @@ FrameRun RunFrame(int k, const Options& o, const Burst& burst, const std::vector
     }
     f.matches = static_cast<int>(matches.size());
     Progress(cv::format("frame %d: %d keypoints, %s, %d matches", k, f.keypoints,
-                    CallText("descriptors", f.describe).c_str(), f.matches));
+                        CallText("descriptors", f.describe).c_str(), f.matches));
 
-    f.registration = RegisterFrame(k, frames[static_cast<size_t>(k)], reference, features, matches, o.scale, records, log);
+    f.registration =
+        RegisterFrame(k, frames[static_cast<size_t>(k)], reference, features, matches, o.scale, records, log);
     const Registration& r = f.registration;
     f.hasFit = r.call.status == TOCRA_OK && FitHomography(r.refPoints, r.framePoints, &f.fit, &f.fitRms);
     f.hasTruth = f.hasFit && !burst.truth.empty();
@@ -116,7 +117,7 @@ FrameRun RunFrame(int k, const Options& o, const Burst& burst, const std::vector
         f.maxCornerError = *std::max_element(f.cornerErrors.begin(), f.cornerErrors.end());
     }
     std::string line = cv::format("frame %d: %s, %d of %d pairs survive", k, CallText("registration", r.call).c_str(),
-                              r.survivors, r.matches);
+                                  r.survivors, r.matches);
     if (r.hasArea) line += cv::format(", area (%d, %d) %dx%d", r.area.x, r.area.y, r.area.width, r.area.height);
     if (f.hasTruth) line += cv::format(", corner error %.3f px", f.maxCornerError);
     Progress(line + cv::format(" (%.1f ms)", r.call.ms));
@@ -130,8 +131,8 @@ FrameRun RunFrame(int k, const Options& o, const Burst& burst, const std::vector
 }
 
 // The pictures of frame k: aligned frame, contact sheet, balance plot.
-void DrawFrame(FrameRun* f, const Options& o, const std::vector<YuvFrame>& frames,
-               const std::vector<YuvFrame>& outputs, const cv::Mat& referenceBgr) {
+void DrawFrame(FrameRun* f, const Options& o, const std::vector<YuvFrame>& frames, const std::vector<YuvFrame>& outputs,
+               const cv::Mat& referenceBgr) {
     const size_t k = static_cast<size_t>(f->index);
     const Registration& r = f->registration;
     const bool aligned = r.call.status == TOCRA_OK;
@@ -151,8 +152,8 @@ void DrawFrame(FrameRun* f, const Options& o, const std::vector<YuvFrame>& frame
         sheet.framePoints = r.framePoints;
         f->diffBefore = MeanInside(sheet.diffBefore, sheet.area);
         f->diffAfter = MeanInside(sheet.diffAfter, sheet.area);
-        sheet.title += cv::format(", %d pairs, area (%d, %d) %dx%d", r.survivors, r.area.x, r.area.y, r.area.width,
-                              r.area.height);
+        sheet.title +=
+            cv::format(", %d pairs, area (%d, %d) %dx%d", r.survivors, r.area.x, r.area.y, r.area.width, r.area.height);
         if (f->hasTruth) sheet.title += cv::format(", corner error %.3f px", f->maxCornerError);
         SavePicture(o.outDir, cv::format("aligned_%d.png", f->index), sheet.aligned, &f->pictures);
     } else {
@@ -222,7 +223,7 @@ int Run(const Options& o) {
     // 2. The tuning file; its face parameters drive the face map.
     run.config = ReadConfig(o.configDir, log);
     Progress(cv::format("config: %s, %s (%.1f ms)", CallText("ParseXML", run.config.call).c_str(),
-                    run.config.file.c_str(), run.config.call.ms));
+                        run.config.file.c_str(), run.config.call.ms));
     FaceParams faceParams;
     if (run.config.call.status == TOCRA_OK) {
         faceParams.ajustRatio = run.config.record.AjustRatio;
@@ -237,7 +238,7 @@ int Run(const Options& o) {
     run.refDetectMs = reference.detectMs;
     run.refDescribe = reference.describe;
     Progress(cv::format("frame 0: %d keypoints, %s (%.1f ms)", reference.count,
-                    CallText("descriptors", reference.describe).c_str(), reference.describe.ms));
+                        CallText("descriptors", reference.describe).c_str(), reference.describe.ms));
 
     // 4. Every other frame: align and balance.
     RegistrationRecords records(frames[0], outputs);

@@ -1,9 +1,9 @@
 #include "library_log.h"
 
+#include <unistd.h>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
-#include <unistd.h>
 
 namespace demo {
 namespace {

@@ -12,7 +12,7 @@
 namespace demo {
 
 class LibraryLog {
-public:
+  public:
     explicit LibraryLog(bool echo) : echo_(echo) {}
     ~LibraryLog();
 
@@ -22,7 +22,7 @@ public:
     // texts of the library's error-priority log lines.
     std::vector<std::string> End();
 
-private:
+  private:
     struct Capture {
         int fd;
         int saved = -1;

@@ -35,7 +35,7 @@ const char kFooter[] =
 // CLI11's formatter with the usage line first and the positional named as
 // the reference followed by the frames (CLI11 names it by one word).
 class DemoFormatter : public CLI::Formatter {
-public:
+  public:
     std::string make_description(const CLI::App*) const override { return ""; }
     std::string make_usage(const CLI::App* app, std::string) const override {
         return "Usage: tocra_demo [OPTION]... [REFERENCE FRAME...]\n\n" + app->get_description() + "\n";
@@ -107,10 +107,10 @@ void AddInputOptions(CLI::App& app, Options* o) {
             "it the map has no faces (the built-in burst has a made-up one)")
         ->option_text("FILE");
     app.add_flag_function(
-           "--no-crop", [o](int64_t) { o->crop = false; },
-           "hand frames to the library at their own size (by default they\n"
-           "are cropped at the right and bottom to multiples of 8, the\n"
-           "registration's size rule; odd sizes are always made even)");
+        "--no-crop", [o](int64_t) { o->crop = false; },
+        "hand frames to the library at their own size (by default they\n"
+        "are cropped at the right and bottom to multiples of 8, the\n"
+        "registration's size rule; odd sizes are always made even)");
 }
 
 void AddPipelineOptions(CLI::App& app, Options* o) {

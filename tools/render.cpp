@@ -81,8 +81,7 @@ cv::Mat ContactSheet(const SheetInput& in) {
     const int cellW = panel.width;
     const int cellH = panel.height + kCaption;
     cv::Mat sheet(titleH + 2 * cellH + 4, 3 * cellW + 8, CV_8UC3, cv::Scalar(255, 255, 255));
-    cv::putText(sheet, in.title, cv::Point(8, 21), cv::FONT_HERSHEY_SIMPLEX, 0.6, cv::Scalar(0, 0, 0), 1,
-                cv::LINE_AA);
+    cv::putText(sheet, in.title, cv::Point(8, 21), cv::FONT_HERSHEY_SIMPLEX, 0.6, cv::Scalar(0, 0, 0), 1, cv::LINE_AA);
     for (int i = 0; i < 6; ++i) {
         const int col = i % 3;
         const int row = i / 3;
@@ -97,8 +96,7 @@ cv::Mat BalancePlot(const FrameBalanceResult& b, const std::string& title) {
     auto px = [&](double level) { return left + static_cast<int>(std::lround(level * plotW / 255.0)); };
     auto py = [&](double fraction) { return top + plotH - static_cast<int>(std::lround(fraction * plotH)); };
     const cv::Scalar grid(225, 225, 225), ink(40, 40, 40);
-    const cv::Scalar refColour(200, 90, 0), frameColour(0, 130, 255), imfColour(150, 150, 150),
-        jointColour(0, 0, 220);
+    const cv::Scalar refColour(200, 90, 0), frameColour(0, 130, 255), imfColour(150, 150, 150), jointColour(0, 0, 220);
 
     cv::putText(img, title, cv::Point(left, 24), cv::FONT_HERSHEY_SIMPLEX, 0.55, ink, 1, cv::LINE_AA);
     for (int v = 0; v <= 256; v += 64) {

@@ -171,8 +171,8 @@ bool WriteMarkdown(const RunReport& run, const std::string& path) {
     std::ostringstream md;
     md << "# tocra_demo report\n\n";
     md << "Input: " << run.source << ", " << run.frames.size() + 1 << " frames of " << run.size.width << "x"
-       << run.size.height << ", handed to the library as " << run.layout << ". Keypoints: up to "
-       << run.maxKeypoints << " per frame";
+       << run.size.height << ", handed to the library as " << run.layout << ". Keypoints: up to " << run.maxKeypoints
+       << " per frame";
     if (run.scale > 1) md << ", found on the luma reduced " << run.scale << " times";
     md << "; matching ratio " << cv::format("%.2f", run.ratio) << ".\n\n";
     for (size_t i = 0; i < run.frameNames.size(); ++i) {
@@ -195,13 +195,13 @@ bool WriteMarkdown(const RunReport& run, const std::string& path) {
     for (const FrameRun& f : run.frames) {
         const Registration& r = f.registration;
         const char* outcome = r.call.status == TOCRA_OK ? " aligned" : " rejected";
-        md << "| " << f.index << " | " << r.call.status << outcome
-           << " | " << r.matches << " | " << r.survivors << " | " << (r.hasArea ? AreaText(r.area) : "-") << " | "
+        md << "| " << f.index << " | " << r.call.status << outcome << " | " << r.matches << " | " << r.survivors
+           << " | " << (r.hasArea ? AreaText(r.area) : "-") << " | "
            << (f.balance.call.status == TOCRA_OK ? std::to_string(f.balance.result.joint) : "-") << " |";
         if (run.generated) md << " " << (f.hasTruth ? cv::format("%.3f", f.maxCornerError) : "-") << " |";
         md << " " << (f.diffAfter >= 0.0 ? cv::format("%.1f / %.1f", f.diffBefore, f.diffAfter) : "-") << " | "
-           << Ms(f.detectMs) << " / " << Ms(f.describe.ms) << " / " << Ms(f.matchMs) << " / " << Ms(r.call.ms)
-           << " / " << Ms(f.balance.call.ms) << " |\n";
+           << Ms(f.detectMs) << " / " << Ms(f.describe.ms) << " / " << Ms(f.matchMs) << " / " << Ms(r.call.ms) << " / "
+           << Ms(f.balance.call.ms) << " |\n";
     }
     md << "\n";
     for (const FrameRun& f : run.frames) {
@@ -228,7 +228,7 @@ bool WriteMarkdown(const RunReport& run, const std::string& path) {
                << " | ";
             if (f.hasTruth) {
                 md << cv::format("%.3f %.3f %.3f %.3f", f.cornerErrors[0], f.cornerErrors[1], f.cornerErrors[2],
-                             f.cornerErrors[3]);
+                                 f.cornerErrors[3]);
             } else {
                 md << "-";
             }

@@ -29,11 +29,10 @@ std::vector<cv::Point2f> FindCorners(const cv::Mat& plane, int maxKeypoints) {
     const float lo = static_cast<float>(inner - 2);
     const float hiX = static_cast<float>(plane.cols - inner + 1);
     const float hiY = static_cast<float>(plane.rows - inner + 1);
-    corners.erase(std::remove_if(corners.begin(), corners.end(),
-                                 [&](const cv::Point2f& p) {
-                                     return !(p.x >= lo && p.y >= lo && p.x <= hiX && p.y <= hiY);
-                                 }),
-                  corners.end());
+    corners.erase(
+        std::remove_if(corners.begin(), corners.end(),
+                       [&](const cv::Point2f& p) { return !(p.x >= lo && p.y >= lo && p.x <= hiX && p.y <= hiY); }),
+        corners.end());
     return corners;
 }
 

@@ -38,9 +38,10 @@ FaceMap BuildFaceMap(const YuvFrame& reference, const std::vector<cv::Rect>& fac
 
     const int largest = LargestRadius(mapWidth, mapHeight);
     if (params.radius > largest) {
-        fm.notes.push_back(cv::format("Smoothing radius lowered from %d to %d: the box filter needs a half-size map "
-                                  "wider than 2R and a quarter of its height above 2R.",
-                                  params.radius, largest));
+        fm.notes.push_back(
+            cv::format("Smoothing radius lowered from %d to %d: the box filter needs a half-size map "
+                       "wider than 2R and a quarter of its height above 2R.",
+                       params.radius, largest));
         params.radius = largest;
     }
     fm.used = params;

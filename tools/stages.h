@@ -63,18 +63,16 @@ std::vector<cv::DMatch> MatchFeatures(const Features& frame, const Features& ref
 // record (reference picture, frame picture, point pairs per frame index) and
 // the output record (one output picture per frame index, the area).
 class RegistrationRecords {
-public:
+  public:
     // outputs[k] receives the aligned frame k (k = 1..5).
     RegistrationRecords(const YuvFrame& reference, const std::vector<YuvFrame>& outputs);
 
     uint32_t inputHandle() const { return input_.handle(); }
     uint32_t outputHandle() const { return output_.handle(); }
     tagST_REGIS_INPUT_RECORD* input() const { return reinterpret_cast<tagST_REGIS_INPUT_RECORD*>(input_.data()); }
-    tagST_REGIS_OUTPUT_RECORD* output() const {
-        return reinterpret_cast<tagST_REGIS_OUTPUT_RECORD*>(output_.data());
-    }
+    tagST_REGIS_OUTPUT_RECORD* output() const { return reinterpret_cast<tagST_REGIS_OUTPUT_RECORD*>(output_.data()); }
 
-private:
+  private:
     GraphicBuffer input_;
     GraphicBuffer output_;
 };
@@ -121,18 +119,17 @@ struct FaceMap {
     StageCall call;
     FaceParams used;
     std::vector<std::string> notes;
-    cv::Mat map;          // half-size weight map
-    cv::Mat smallBgr;     // half-size colour picture from the R, G, B planes
-    cv::Mat smallLuma;    // half-size luma
-    cv::Mat upscaleError; // full-size signed error, shown as 128 + error
+    cv::Mat map;                    // half-size weight map
+    cv::Mat smallBgr;               // half-size colour picture from the R, G, B planes
+    cv::Mat smallLuma;              // half-size luma
+    cv::Mat upscaleError;           // full-size signed error, shown as 128 + error
     uint32_t cumHist[4][256] = {};  // luma, R, G, B
     uint32_t meanLuma = 0;
 };
 
 // BoxfilterYuv2RgbHist_TocraAPI on the reference frame with the given faces
 // (full-resolution rectangles).
-FaceMap BuildFaceMap(const YuvFrame& reference, const std::vector<cv::Rect>& faces, FaceParams params,
-                     LibraryLog& log);
+FaceMap BuildFaceMap(const YuvFrame& reference, const std::vector<cv::Rect>& faces, FaceParams params, LibraryLog& log);
 
 // ---------------------------------------------------------------------------
 // Tuning file

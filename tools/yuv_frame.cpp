@@ -33,8 +33,8 @@ YuvFrame::YuvFrame(int width, int height, Layout layout) : width_(width), height
     }
     // Room for the widest layout either way: the registration writes back the
     // caches over 128-byte-padded planes whatever the layout.
-    const size_t padded = static_cast<size_t>(Align128(width)) * height +
-                          2 * static_cast<size_t>(Align128(width / 2)) * (height / 2);
+    const size_t padded =
+        static_cast<size_t>(Align128(width)) * height + 2 * static_cast<size_t>(Align128(width / 2)) * (height / 2);
     buffer_ = GraphicBuffer(padded);
     hY_ = buffer_.handle();
     hU_ = buffer_.HandleAt(uOffset_);

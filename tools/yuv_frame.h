@@ -19,7 +19,7 @@ enum class Layout {
 inline int Align128(int width) { return (width + 127) & ~127; }
 
 class YuvFrame {
-public:
+  public:
     YuvFrame() = default;
     YuvFrame(int width, int height, Layout layout);
 
@@ -45,7 +45,7 @@ public:
     // The luma plane as an 8-bit picture sharing the frame's memory.
     cv::Mat Luma() const;
 
-private:
+  private:
     // A plane of the buffer: rows x cols of type, pitch bytes apart.
     cv::Mat Plane(size_t offset, int rows, int cols, int type, int pitch) const;
 

@@ -109,7 +109,9 @@ void WalkFill(const FillRows& f, int64_t topRows, int64_t x, int64_t y, int64_t 
         for (int64_t r = from; r < to; r += 2) pair(r);
     };
     // Where each loop of row pairs stops.
-    auto stop = [](int64_t from, int64_t limit) { return limit > from ? from + (limit - from) + ((limit - from) & 1) : from; };
+    auto stop = [](int64_t from, int64_t limit) {
+        return limit > from ? from + (limit - from) + ((limit - from) & 1) : from;
+    };
     const int64_t r1 = stop(0, topRows);
     const int64_t r2 = stop(r1, y + h);
     const int64_t r3 = stop(r2, f.height);

@@ -149,8 +149,7 @@ void Run(tocra::FillKind kind, tagST_PIC* dst, int x, int y, int w, int h) {
 
 namespace tocra {
 
-void MirrorSpans(FillKind kind, const tagST_PIC* dst, int x, int y, int w, int h, PlaneSpan* luma,
-                 PlaneSpan* chroma) {
+void MirrorSpans(FillKind kind, const tagST_PIC* dst, int x, int y, int w, int h, PlaneSpan* luma, PlaneSpan* chroma) {
     const MirrorGeometry m = GeometryOf(kind, dst);
     const Measure a{luma, chroma, m.pitch, m.chromaPitch};
     Mirror(m, x, y, w, h, true, a);

@@ -78,8 +78,8 @@ void WarpBlock_C(const WarpPlanes& p, int c, int r, float sx, float sy, bool two
     if (!writeChroma) return;
     const ptrdiff_t cpitch = p.chromaPitch;
     if (p.nv12) {
-        const ptrdiff_t index = ((static_cast<ptrdiff_t>(ix) + 1) & ~ptrdiff_t{1}) +
-                                cpitch * ((static_cast<ptrdiff_t>(iy) + 1) >> 1);
+        const ptrdiff_t index =
+            ((static_cast<ptrdiff_t>(ix) + 1) & ~ptrdiff_t{1}) + cpitch * ((static_cast<ptrdiff_t>(iy) + 1) >> 1);
         uint8_t* out = p.dstU + (r >> 1) * cpitch + c;
         out[0] = p.srcU[index];
         out[1] = p.srcU[index + 1];
@@ -145,10 +145,11 @@ void WarpRow_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool tw
     });
 }
 
-bool WarpRowInside_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
-                     const float* /*table*/, bool writeChroma) {
-    return ForRuns(H, x, w, r,
-                   [&](int c0, int cEnd, float q) { return BlocksInside_C(p, H, c0, cEnd, r, q, twoRows, writeChroma); });
+bool WarpRowInside_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* /*table*/,
+                     bool writeChroma) {
+    return ForRuns(H, x, w, r, [&](int c0, int cEnd, float q) {
+        return BlocksInside_C(p, H, c0, cEnd, r, q, twoRows, writeChroma);
+    });
 }
 
 void FillColumnTable(float* table, int x, int count) {
@@ -373,8 +374,8 @@ extern "C" int AffineTransform_NV12(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* d
     return TOCRA_OK;
 }
 
-extern "C" int AffineTransform(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H,
-                               tagST_REGISTRATION_AREA* area, unsigned char* scratch) {
+extern "C" int AffineTransform(tagST_PIC* ref, tagST_PIC* src, tagST_PIC* dst, float* H, tagST_REGISTRATION_AREA* area,
+                               unsigned char* scratch) {
     if (ref == nullptr) {
         TOCRA_LOGE(kRangeLine, "AffineTransform");
         return TOCRA_NULL_POINTER;

@@ -41,7 +41,7 @@ inline bool AllSet(uint32x4_t m) {
 
 // Four blocks at columns c0 .. c0 + 6, every texel inside the planes.
 void WarpRun_NEON(const WarpPlanes& p, int c0, int r, const int32_t* ix, const int32_t* iy, uint32x4_t fx,
-                   uint32x4_t fy, bool twoRows, bool writeChroma) {
+                  uint32x4_t fy, bool twoRows, bool writeChroma) {
     const int pitch = p.pitch;
     // Per texel row, each block's four texels ix .. ix + 3 in one 32-bit
     // lane; its left pairs (ix, ix + 1) are the low halves, its right pairs
@@ -164,8 +164,8 @@ void WarpRow_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool
     if ((w & 7) != 0) WarpBlocks_C(p, H, x + 8 * runs, x + w, r, map.TailReciprocal(), twoRows, writeChroma);
 }
 
-bool WarpRowInside_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
-                        const float* table, bool writeChroma) {
+bool WarpRowInside_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+                        bool writeChroma) {
     // Inside this rectangle a block's luma rows iy .. iy + 2, columns
     // ix .. ix + 2 and its chroma sample are all inside the planes; near
     // its edges the blocks are checked one by one.

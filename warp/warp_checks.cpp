@@ -62,8 +62,7 @@ int64_t FlatOffset(int64_t row, int64_t pitch, int64_t col) {
 
 void CopyFillSpans(FillKind kind, bool planar, const tagST_PIC* dst, int x, int y, int w, int h, PlaneSpan* luma,
                    PlaneSpan* chroma);
-void MirrorSpans(FillKind kind, const tagST_PIC* dst, int x, int y, int w, int h, PlaneSpan* luma,
-                 PlaneSpan* chroma);
+void MirrorSpans(FillKind kind, const tagST_PIC* dst, int x, int y, int w, int h, PlaneSpan* luma, PlaneSpan* chroma);
 
 void FillSpans(FillKind kind, bool planar, const tagST_PIC* dst, int x, int y, int w, int h, PlaneSpan* luma,
                PlaneSpan* chroma) {
@@ -83,8 +82,8 @@ PlaneSizes FillPlaneSizes(FillKind kind, bool planar, const tagST_PIC* dst) {
     return {W * rows, (planar ? (W >> 1) : W) * (rows >> 1)};
 }
 
-bool ValidFill(const char* func, FillKind kind, bool planar, const tagST_PIC* dst, const tagST_PIC* src, int x,
-               int y, int w, int h) {
+bool ValidFill(const char* func, FillKind kind, bool planar, const tagST_PIC* dst, const tagST_PIC* src, int x, int y,
+               int w, int h) {
     const bool copies = kind == FillKind::kCopy || kind == FillKind::kCopyNeon;
     bool ok = dst != nullptr && dst->pY != nullptr && dst->pU != nullptr && (!planar || dst->pV != nullptr);
     if (ok && copies) {

@@ -31,8 +31,8 @@ struct WarpPlanes {
 // {x, x+2, x+4, x+6} + 8k; the plain row does not read it. Rows read the
 // source unchecked: every texel they use has been checked first (see
 // WarpRowInside_C).
-using WarpRowFn = void (*)(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
-                           const float* table, bool writeChroma);
+using WarpRowFn = void (*)(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+                           bool writeChroma);
 void WarpRow_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
                bool writeChroma);
 
@@ -41,8 +41,8 @@ void WarpRow_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool tw
 // pitch * rows and chromaPitch * (rows / 2) bytes: a read past a row's end
 // into the next row of the plane is inside, and so is a read past a plane's
 // end into the next plane of a frame held in one buffer (SourceLimits).
-using WarpCheckFn = bool (*)(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
-                             const float* table, bool writeChroma);
+using WarpCheckFn = bool (*)(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+                             bool writeChroma);
 bool WarpRowInside_C(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
                      bool writeChroma);
 
@@ -53,15 +53,14 @@ bool WarpRowInside_C(const WarpPlanes& p, const float* H, int x, int w, int r, b
 // whole run go to the plain blocks below.
 void WarpRow_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
                   bool writeChroma);
-bool WarpRowInside_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows,
-                        const float* table, bool writeChroma);
+bool WarpRowInside_NEON(const WarpPlanes& p, const float* H, int x, int w, int r, bool twoRows, const float* table,
+                        bool writeChroma);
 #endif
 
 // The plain blocks at columns c, c + 2, ... before cEnd of row r with the
 // held reciprocal q: the arithmetic every row hands its edge runs and its
 // tail to.
-void WarpBlocks_C(const WarpPlanes& p, const float* H, int c, int cEnd, int r, float q, bool twoRows,
-                  bool writeChroma);
+void WarpBlocks_C(const WarpPlanes& p, const float* H, int c, int cEnd, int r, float q, bool twoRows, bool writeChroma);
 bool BlocksInside_C(const WarpPlanes& p, const float* H, int c, int cEnd, int r, float q, bool twoRows,
                     bool writeChroma);
 // Where the source may be read, as byte offsets from srcY (luma) and from
@@ -185,8 +184,8 @@ FillSpanFn DefaultFillSpan();
 // every byte the fill touches inside the destination's layout. Logs a line
 // naming `func` otherwise. The source picture's own width and height are
 // never read.
-bool ValidFill(const char* func, FillKind kind, bool planar, const tagST_PIC* dst, const tagST_PIC* src, int x,
-               int y, int w, int h);
+bool ValidFill(const char* func, FillKind kind, bool planar, const tagST_PIC* dst, const tagST_PIC* src, int x, int y,
+               int w, int h);
 
 // Which warp, for the checks: the rows a plain variant writes (row pairs,
 // an odd h one row past the area) or the threaded ones (the bands' rows,

@@ -12,12 +12,12 @@
 // kernel.
 //
 // Which functions run comes from the kernels linked in (cost_kernels.h).
+#include <sys/time.h>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <sys/time.h>
 #include <vector>
 
 #include "bench/arm/cost_inputs.h"
@@ -126,7 +126,8 @@ void RunDownScale(const Args& a) {
     const Bytes src = cost::Plane(stride, a.height, 3);
     Bytes dst(static_cast<size_t>(dstStride) * (a.height / 2));
     MultiThread_Init(4);
-    for (int i = 0; i < a.calls; ++i) cost::DownScaleX4_Neon_MT(src.data(), dst.data(), a.height, a.width, stride, dstStride);
+    for (int i = 0; i < a.calls; ++i)
+        cost::DownScaleX4_Neon_MT(src.data(), dst.data(), a.height, a.width, stride, dstStride);
     MultiThread_destory();
     Units(double(a.width / 2) * (a.height / 2), "pixel");
 }
@@ -149,7 +150,8 @@ void RunUpScaleError(const Args& a) {
     const Bytes pa = cost::Plane(stride, a.height, 5), pb = cost::Plane(stride, a.height, 6);
     std::vector<int8_t> err(pa.size());
     MultiThread_Init(4);
-    for (int i = 0; i < a.calls; ++i) cost::UpScaleError_Neon_MT(pa.data(), pb.data(), err.data(), a.width, a.height, stride);
+    for (int i = 0; i < a.calls; ++i)
+        cost::UpScaleError_Neon_MT(pa.data(), pb.data(), err.data(), a.width, a.height, stride);
     MultiThread_destory();
     Units(double(a.width) * a.height, "pixel");
 }
@@ -197,8 +199,14 @@ void RunBrief(const Args& a, bool api) {
     Bytes desc(static_cast<size_t>(a.count) * TOCRA_DESCRIPTOR_BYTES);
     if (api) {
         setIO2VAConverter(Convert);
-        tagST_BRIEF_REQUEST req = {AddHandle(const_cast<uint8_t*>(plane.data())), 0, AddHandle(kps.data()),
-                                   AddHandle(desc.data()), a.width, a.height, stride, a.count};
+        tagST_BRIEF_REQUEST req = {AddHandle(const_cast<uint8_t*>(plane.data())),
+                                   0,
+                                   AddHandle(kps.data()),
+                                   AddHandle(desc.data()),
+                                   a.width,
+                                   a.height,
+                                   stride,
+                                   a.count};
         for (int i = 0; i < a.calls; ++i) {
             if (cost::GetBrief_Descriptors_TocraAPI(&req) != 0) exit(1);
         }
@@ -257,8 +265,7 @@ struct Frame {
         y = cost::Plane(pitch, height, seed);
         u = cost::Plane(cpitch, height / 2, seed + 1);
         if (!nv12) v = cost::Plane(cpitch, height / 2, seed + 2);
-        pic = {width, height, pitch, y.data(), u.data(), nv12 ? nullptr : v.data(),
-               nv12 ? 0 : TOCRA_FORMAT_YUV420};
+        pic = {width, height, pitch, y.data(), u.data(), nv12 ? nullptr : v.data(), nv12 ? 0 : TOCRA_FORMAT_YUV420};
     }
 };
 
@@ -297,18 +304,30 @@ void RunRansacRegis(const Args& a) {
     const int n = static_cast<int>(m.refKeys.size());
     std::vector<float> distance(n, 1.0f), refPoints(2 * n), matchPoints(2 * n);
     setIO2VAConverter(Convert);
-    tagST_RANSAC_REQUEST ransac = {AddHandle(refPoints.data()), AddHandle(matchPoints.data()), n,
-                                   AddHandle(m.queryIdx.data()), AddHandle(m.trainIdx.data()),
-                                   AddHandle(distance.data()), n, 1, 0, AddHandle(m.refKeys.data()),
+    tagST_RANSAC_REQUEST ransac = {AddHandle(refPoints.data()),
+                                   AddHandle(matchPoints.data()),
+                                   n,
+                                   AddHandle(m.queryIdx.data()),
+                                   AddHandle(m.trainIdx.data()),
+                                   AddHandle(distance.data()),
+                                   n,
+                                   1,
+                                   0,
+                                   AddHandle(m.refKeys.data()),
                                    AddHandle(m.matchKeys.data())};
     tagST_REGIS_INPUT_RECORD input{};
-    input.refPic = {a.width, a.height, 0, AddHandle(src.y.data()),
-                    AddHandle(src.u.data()), AddHandle(src.v.data()), TOCRA_FORMAT_YUV420};
+    input.refPic = {a.width,
+                    a.height,
+                    0,
+                    AddHandle(src.y.data()),
+                    AddHandle(src.u.data()),
+                    AddHandle(src.v.data()),
+                    TOCRA_FORMAT_YUV420};
     input.srcPic = input.refPic;
     input.framePairs[0] = {ransac.refPointBuf, ransac.matchPointBuf, 0};
     tagST_REGIS_OUTPUT_RECORD output{};
-    output.outPic[1] = {a.width, a.height, 0, AddHandle(dst.y.data()),
-                        AddHandle(dst.u.data()), AddHandle(dst.v.data()), 0};
+    output.outPic[1] = {a.width, a.height, 0, AddHandle(dst.y.data()), AddHandle(dst.u.data()), AddHandle(dst.v.data()),
+                        0};
     tagST_RANSAC_REGIS_REQUEST combined = {AddHandle(&ransac), AddHandle(&input), AddHandle(&output), 1};
     for (int i = 0; i < a.calls; ++i) {
         ransac.pointNum = n;

@@ -128,8 +128,8 @@ inline RegistrationMatches RegistrationPairs(int width, int height, const float*
         const double w = h[6] * x + h[7] * y + 1;
         const double u = (h[0] * x + h[1] * y + h[2]) / w, v = (h[3] * x + h[4] * y + h[5]) / w;
         m.refKeys.push_back({static_cast<int32_t>(x * 64), static_cast<int32_t>(y * 64), 0});
-        m.matchKeys.push_back({static_cast<int32_t>(u * 64 + (rnd() - 0.5) * 40),
-                               static_cast<int32_t>(v * 64 + (rnd() - 0.5) * 40), 0});
+        m.matchKeys.push_back(
+            {static_cast<int32_t>(u * 64 + (rnd() - 0.5) * 40), static_cast<int32_t>(v * 64 + (rnd() - 0.5) * 40), 0});
         m.trainIdx.push_back(static_cast<uint16_t>(i));
         m.queryIdx.push_back(static_cast<uint16_t>(i % 4 == 1 ? (i * 7 + 1000) % n : i));
     }

@@ -17,8 +17,7 @@ bool Available(const char* kernel);
 
 void IntergralMat_MT(const uint8_t* src, int32_t* dst, int width, int height, int stride);
 int IntegralMat_H_MT(int32_t* out, const uint8_t* src, int width, int stride, int height, int radius);
-int IntegralMat_V_MT(uint8_t* dst, const int32_t* in, int width, int stride, int height, int radius,
-                     uint8_t** cursor);
+int IntegralMat_V_MT(uint8_t* dst, const int32_t* in, int width, int stride, int height, int radius, uint8_t** cursor);
 int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, int stride, int height, int radius, uint8_t* work,
                       int workSize);
 int DownScaleX4_Neon_MT(const uint8_t* src, uint8_t* dst, int height, int width, int srcStride, int dstStride);

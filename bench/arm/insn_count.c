@@ -205,8 +205,8 @@ struct vcpu {
     char pad[64 - 4 * sizeof(uint64_t) - 2];
 };
 static struct vcpu vcpus[MAX_VCPUS];
-static uint64_t jumps_in;     /* uncounted functions entered by a jump */
-static uint64_t too_many;     /* blocks of vCPUs beyond MAX_VCPUS */
+static uint64_t jumps_in; /* uncounted functions entered by a jump */
+static uint64_t too_many; /* blocks of vCPUs beyond MAX_VCPUS */
 static char* out_path;
 
 static void on_vcpu_init(qemu_plugin_id_t id, unsigned int i) {

@@ -12,8 +12,7 @@ void IntergralMat_MT(const uint8_t* src, int32_t* dst, int width, int height, in
 int IntegralMat_H_MT(int32_t* out, const uint8_t* src, int width, int stride, int height, int radius) {
     return ::IntegralMat_H_MT(out, src, width, stride, height, radius);
 }
-int IntegralMat_V_MT(uint8_t* dst, const int32_t* in, int width, int stride, int height, int radius,
-                     uint8_t** cursor) {
+int IntegralMat_V_MT(uint8_t* dst, const int32_t* in, int width, int stride, int height, int radius, uint8_t** cursor) {
     return ::IntegralMat_V_MT(dst, in, width, stride, height, radius, cursor);
 }
 int BoxFiltering_neon(const uint8_t* src, uint8_t* dst, int width, int stride, int height, int radius, uint8_t* work,

@@ -231,9 +231,9 @@ void RunFindHomographyAndWarp(const Args& a) {
     }
     Repeat(a, [&](int w, int hh, bool small) {
         const size_t n = small ? 50 : ref.size();
-        const cv::Mat H = cv::findHomography(std::vector<cv::Point2f>(ref.begin(), ref.begin() + n),
-                                             std::vector<cv::Point2f>(match.begin(), match.begin() + n), cv::RANSAC,
-                                             std::sqrt(80.0));
+        const cv::Mat H =
+            cv::findHomography(std::vector<cv::Point2f>(ref.begin(), ref.begin() + n),
+                               std::vector<cv::Point2f>(match.begin(), match.begin() + n), cv::RANSAC, std::sqrt(80.0));
         f.Warp(H, w, hh, false);
     });
     Units(double(a.width) * a.height, "pixel");

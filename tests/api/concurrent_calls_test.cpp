@@ -64,8 +64,8 @@ void PrepareAll(AllCases& c) {
 
 std::vector<std::vector<uint8_t>> AllOutputs(const AllCases& c) {
     std::vector<std::vector<uint8_t>> v;
-    for (const auto& part : {c.box.Outputs(), c.yuv.Outputs(), c.balance.Outputs(), c.brief.Outputs(),
-                             c.reg.Outputs(), c.xml.Outputs()}) {
+    for (const auto& part :
+         {c.box.Outputs(), c.yuv.Outputs(), c.balance.Outputs(), c.brief.Outputs(), c.reg.Outputs(), c.xml.Outputs()}) {
         v.insert(v.end(), part.begin(), part.end());
     }
     return v;
@@ -135,8 +135,8 @@ TEST(ConcurrentCalls, AnEntryPointRunningOnAnotherThreadRefusesEveryOther) {
         // two nested entry points on the same thread).
         running.table.Install();
         other.reg.Prepare();
-        EXPECT_EQ(Ransac_Regis_TocraAPI(&other.reg.combined), 0);
-        EXPECT_EQ(CalcuFrameBalance_TocraAPI(&other.balance.p), 0);
+        EXPECT_EQ(Ransac_Regis_TocraAPI(&other.reg.combined), TOCRA_OK);
+        EXPECT_EQ(CalcuFrameBalance_TocraAPI(&other.balance.p), TOCRA_OK);
     });
 }
 
@@ -166,7 +166,8 @@ TEST(ConcurrentCalls, TwoSessionsHammeringEachOther) {
         EXPECT_EQ(okA + busyA + okB + busyB, 120);
         EXPECT_GT(okA + okB, 0);
         int refusals = 0;
-        for (const auto& l : tocra_test::Log()) refusals += l.text.find(" refused: another entry point is running\n") != std::string::npos;
+        for (const auto& l : tocra_test::Log())
+            refusals += l.text.find(" refused: another entry point is running\n") != std::string::npos;
         EXPECT_EQ(refusals, busyA + busyB);
     });
 }

@@ -34,8 +34,17 @@ struct BoxFilterCase {
         faces[0].top = 16;
         faces[0].right = 60;
         faces[0].bottom = 50;
-        p = {t.Add(map.data()), t.Add(faces.data()), t.Add(work.data()), static_cast<int32_t>(work.size()), 1, 64, 2,
-             W, H, R, 10};
+        p = {t.Add(map.data()),
+             t.Add(faces.data()),
+             t.Add(work.data()),
+             static_cast<int32_t>(work.size()),
+             1,
+             64,
+             2,
+             W,
+             H,
+             R,
+             10};
     }
 };
 
@@ -53,8 +62,22 @@ struct YuvHistCase {
         faces[0].top = 10;
         faces[0].right = 40;
         faces[0].bottom = 30;
-        p = {t.Add(map.data()), t.Add(faces.data()), t.Add(work.data()), static_cast<int32_t>(work.size()), 1, 64, 2,
-             MapW, MapH, R, 0, t.Add(source.data()), t.Add(dest.data()), W, H, Stride};
+        p = {t.Add(map.data()),
+             t.Add(faces.data()),
+             t.Add(work.data()),
+             static_cast<int32_t>(work.size()),
+             1,
+             64,
+             2,
+             MapW,
+             MapH,
+             R,
+             0,
+             t.Add(source.data()),
+             t.Add(dest.data()),
+             W,
+             H,
+             Stride};
     }
 };
 
@@ -87,7 +110,8 @@ struct RegistrationCase {
                          outV = std::vector<uint8_t>(CPitch * H / 2);
     std::vector<tagST_KEYPOINT> refKeys, matchKeys;
     std::vector<uint16_t> query, train;
-    std::vector<float> dist = std::vector<float>(N), refPts = std::vector<float>(2 * N), matchPts = std::vector<float>(2 * N);
+    std::vector<float> dist = std::vector<float>(N), refPts = std::vector<float>(2 * N),
+                       matchPts = std::vector<float>(2 * N);
     tagST_RANSAC_REQUEST ransac{};
     tagST_REGIS_INPUT_RECORD in{};
     tagST_REGIS_OUTPUT_RECORD out{};
@@ -105,8 +129,17 @@ struct RegistrationCase {
             query.push_back(static_cast<uint16_t>(i));
             train.push_back(static_cast<uint16_t>(i));
         }
-        ransac = {t.Add(refPts.data()), t.Add(matchPts.data()), N, t.Add(query.data()), t.Add(train.data()),
-                  t.Add(dist.data()), N, 1, 0, t.Add(refKeys.data()), t.Add(matchKeys.data())};
+        ransac = {t.Add(refPts.data()),
+                  t.Add(matchPts.data()),
+                  N,
+                  t.Add(query.data()),
+                  t.Add(train.data()),
+                  t.Add(dist.data()),
+                  N,
+                  1,
+                  0,
+                  t.Add(refKeys.data()),
+                  t.Add(matchKeys.data())};
         in.refPic = {W, H, 0, t.Add(refY.data()), t.Add(refU.data()), t.Add(refV.data()), TOCRA_FORMAT_YUV420};
         in.srcPic = {W, H, 0, t.Add(srcY.data()), t.Add(srcU.data()), t.Add(srcV.data()), 0};
         in.framePairs[1] = {ransac.refPointBuf, ransac.matchPointBuf, 0};
@@ -141,26 +174,57 @@ struct AllCases {
     }
     std::vector<Call> Calls() {
         return {
-            {"BoxFilter_TocraAPI", [this] { return BoxFilter_TocraAPI(&box.p); }, {[this] { return static_cast<uint32_t>(box.p.hOutput); }, [this] { return static_cast<uint32_t>(box.p.hFaces); }, [this] { return static_cast<uint32_t>(box.p.hWork); }}},
-            {"BoxfilterYuv2RgbHist_TocraAPI", [this] { return BoxfilterYuv2RgbHist_TocraAPI(&yuv.p); },
-             {[this] { return static_cast<uint32_t>(yuv.p.hMap); }, [this] { return static_cast<uint32_t>(yuv.p.hFaces); }, [this] { return static_cast<uint32_t>(yuv.p.hWork); }, [this] { return static_cast<uint32_t>(yuv.p.hSource); }, [this] { return static_cast<uint32_t>(yuv.p.hDest); }}},
-            {"CalcuFrameBalance_TocraAPI", [this] { return CalcuFrameBalance_TocraAPI(&balance.p); },
-             {[this] { return static_cast<uint32_t>(balance.p.hFrameA); }, [this] { return static_cast<uint32_t>(balance.p.hFrameB); }, [this] { return static_cast<uint32_t>(balance.p.hOutput); }}},
-            {"GetBrief_Descriptors_TocraAPI", [this] { return GetBrief_Descriptors_TocraAPI(&brief.p); },
-             {[this] { return static_cast<uint32_t>(brief.p.hImage); }, [this] { return static_cast<uint32_t>(brief.p.hKeyPoints); }, [this] { return static_cast<uint32_t>(brief.p.hDescriptors); }}},
+            {"BoxFilter_TocraAPI",
+             [this] { return BoxFilter_TocraAPI(&box.p); },
+             {[this] { return static_cast<uint32_t>(box.p.hOutput); },
+              [this] { return static_cast<uint32_t>(box.p.hFaces); },
+              [this] { return static_cast<uint32_t>(box.p.hWork); }}},
+            {"BoxfilterYuv2RgbHist_TocraAPI",
+             [this] { return BoxfilterYuv2RgbHist_TocraAPI(&yuv.p); },
+             {[this] { return static_cast<uint32_t>(yuv.p.hMap); },
+              [this] { return static_cast<uint32_t>(yuv.p.hFaces); },
+              [this] { return static_cast<uint32_t>(yuv.p.hWork); },
+              [this] { return static_cast<uint32_t>(yuv.p.hSource); },
+              [this] { return static_cast<uint32_t>(yuv.p.hDest); }}},
+            {"CalcuFrameBalance_TocraAPI",
+             [this] { return CalcuFrameBalance_TocraAPI(&balance.p); },
+             {[this] { return static_cast<uint32_t>(balance.p.hFrameA); },
+              [this] { return static_cast<uint32_t>(balance.p.hFrameB); },
+              [this] { return static_cast<uint32_t>(balance.p.hOutput); }}},
+            {"GetBrief_Descriptors_TocraAPI",
+             [this] { return GetBrief_Descriptors_TocraAPI(&brief.p); },
+             {[this] { return static_cast<uint32_t>(brief.p.hImage); },
+              [this] { return static_cast<uint32_t>(brief.p.hKeyPoints); },
+              [this] { return static_cast<uint32_t>(brief.p.hDescriptors); }}},
             {"RansacEst_TocraAPI",
              [this] {
                  reg.ransac.pointNum = RegistrationCase::N;
                  return RansacEst_TocraAPI(&reg.ransac);
              },
-             {[this] { return static_cast<uint32_t>(reg.ransac.refPointBuf); }, [this] { return static_cast<uint32_t>(reg.ransac.matchPointBuf); }, [this] { return static_cast<uint32_t>(reg.ransac.queryIdx); }, [this] { return static_cast<uint32_t>(reg.ransac.trainIdx); }, [this] { return static_cast<uint32_t>(reg.ransac.pDistance); }, [this] { return static_cast<uint32_t>(reg.ransac.refKeypoints); }, [this] { return static_cast<uint32_t>(reg.ransac.matchKeypoints); }}},
+             {[this] { return static_cast<uint32_t>(reg.ransac.refPointBuf); },
+              [this] { return static_cast<uint32_t>(reg.ransac.matchPointBuf); },
+              [this] { return static_cast<uint32_t>(reg.ransac.queryIdx); },
+              [this] { return static_cast<uint32_t>(reg.ransac.trainIdx); },
+              [this] { return static_cast<uint32_t>(reg.ransac.pDistance); },
+              [this] { return static_cast<uint32_t>(reg.ransac.refKeypoints); },
+              [this] { return static_cast<uint32_t>(reg.ransac.matchKeypoints); }}},
             {"Ransac_Regis_TocraAPI",
              [this] {
                  reg.ransac.pointNum = RegistrationCase::N;
                  return Ransac_Regis_TocraAPI(&reg.combined);
              },
-             {[this] { return static_cast<uint32_t>(reg.combined.hRansacRequest); }, [this] { return static_cast<uint32_t>(reg.combined.hInput); }, [this] { return static_cast<uint32_t>(reg.combined.hOutput); }, [this] { return static_cast<uint32_t>(reg.in.srcPic.hY); }, [this] { return static_cast<uint32_t>(reg.in.srcPic.hU); }, [this] { return static_cast<uint32_t>(reg.in.srcPic.hV); }, [this] { return static_cast<uint32_t>(reg.out.outPic[2].hY); }, [this] { return static_cast<uint32_t>(reg.out.outPic[2].hU); }, [this] { return static_cast<uint32_t>(reg.out.outPic[2].hV); }}},
-            {"ParseXML_TocraAPI", [this] { return ParseXML_TocraAPI(&xml); }, {[this] { return static_cast<uint32_t>(xml.xmlInfo); }}},
+             {[this] { return static_cast<uint32_t>(reg.combined.hRansacRequest); },
+              [this] { return static_cast<uint32_t>(reg.combined.hInput); },
+              [this] { return static_cast<uint32_t>(reg.combined.hOutput); },
+              [this] { return static_cast<uint32_t>(reg.in.srcPic.hY); },
+              [this] { return static_cast<uint32_t>(reg.in.srcPic.hU); },
+              [this] { return static_cast<uint32_t>(reg.in.srcPic.hV); },
+              [this] { return static_cast<uint32_t>(reg.out.outPic[2].hY); },
+              [this] { return static_cast<uint32_t>(reg.out.outPic[2].hU); },
+              [this] { return static_cast<uint32_t>(reg.out.outPic[2].hV); }}},
+            {"ParseXML_TocraAPI", [this] { return ParseXML_TocraAPI(&xml); }, {[this] {
+                 return static_cast<uint32_t>(xml.xmlInfo);
+             }}},
         };
     }
 };
@@ -177,7 +241,7 @@ TEST(EntryPoints, ValidCallsSucceed) {
         for (Call& call : c.Calls()) EXPECT_EQ(call.run(), 0) << call.name;
         tagST_REGISTRATION_REQUEST r = c.reg.reg;
         c.reg.in.framePairs[1].pointNum = RegistrationCase::N;
-        EXPECT_EQ(Registration_TocraAPI(&r), 0);
+        EXPECT_EQ(Registration_TocraAPI(&r), TOCRA_OK);
     });
 }
 
@@ -202,14 +266,14 @@ TEST(EntryPoints, EachHandleFailingInTurnIsAnsweredWithAStatusAndALogLine) {
 
 TEST(EntryPoints, NullRecords) {
     tocra_test::CaptureStdout([] {
-        EXPECT_EQ(BoxFilter_TocraAPI(nullptr), -998);
-        EXPECT_EQ(BoxfilterYuv2RgbHist_TocraAPI(nullptr), -998);
-        EXPECT_EQ(CalcuFrameBalance_TocraAPI(nullptr), -998);
-        EXPECT_EQ(GetBrief_Descriptors_TocraAPI(nullptr), -998);
-        EXPECT_EQ(RansacEst_TocraAPI(nullptr), -998);
-        EXPECT_EQ(Registration_TocraAPI(nullptr), -998);
-        EXPECT_EQ(Ransac_Regis_TocraAPI(nullptr), -998);
-        EXPECT_EQ(ParseXML_TocraAPI(nullptr), -998);
+        EXPECT_EQ(BoxFilter_TocraAPI(nullptr), TOCRA_NULL_POINTER);
+        EXPECT_EQ(BoxfilterYuv2RgbHist_TocraAPI(nullptr), TOCRA_NULL_POINTER);
+        EXPECT_EQ(CalcuFrameBalance_TocraAPI(nullptr), TOCRA_NULL_POINTER);
+        EXPECT_EQ(GetBrief_Descriptors_TocraAPI(nullptr), TOCRA_NULL_POINTER);
+        EXPECT_EQ(RansacEst_TocraAPI(nullptr), TOCRA_NULL_POINTER);
+        EXPECT_EQ(Registration_TocraAPI(nullptr), TOCRA_NULL_POINTER);
+        EXPECT_EQ(Ransac_Regis_TocraAPI(nullptr), TOCRA_NULL_POINTER);
+        EXPECT_EQ(ParseXML_TocraAPI(nullptr), TOCRA_NULL_POINTER);
     });
 }
 
@@ -280,7 +344,7 @@ TEST(EntryPoints, KeypointsInsideTheDescriptorBorderAndWorkAreasTooSmall) {
         // short of what the passes touch.
         c.box.p.workSize -= 2 * BoxFilterCase::Stride + 1;
         tocra_test::ClearLog();
-        EXPECT_NE(BoxFilter_TocraAPI(&c.box.p), 0);
+        EXPECT_NE(BoxFilter_TocraAPI(&c.box.p), TOCRA_OK);
         EXPECT_TRUE(tocra_test::Logged(6, "---[MEM_ERR]---[BoxFiltering_neon][2930] Memmory occur an error!\n"));
     });
 }

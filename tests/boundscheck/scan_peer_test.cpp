@@ -24,15 +24,24 @@ struct Piece {
 };
 
 const Piece kConversions[] = {
-    {"d", false, true, sizeof(int)},      {"u", false, true, sizeof(unsigned)},
-    {"o", false, true, sizeof(unsigned)}, {"x", false, false, sizeof(unsigned)},
-    {"X", false, false, sizeof(unsigned)}, {"i", false, false, sizeof(int)},
-    {"ld", false, true, sizeof(long)},    {"lld", false, true, sizeof(long long)},
-    {"f", false, false, sizeof(float)},   {"lf", false, false, sizeof(double)},
-    {"e", false, false, sizeof(float)},   {"lg", false, false, sizeof(double)},
-    {"s", true, true, 64},                {"c", true, true, 64},
-    {"[a-z]", true, true, 64},            {"[^ ,;]", true, true, 64},
-    {"[0-9.]", true, true, 64},           {"n", false, false, sizeof(int)},
+    {"d", false, true, sizeof(int)},
+    {"u", false, true, sizeof(unsigned)},
+    {"o", false, true, sizeof(unsigned)},
+    {"x", false, false, sizeof(unsigned)},
+    {"X", false, false, sizeof(unsigned)},
+    {"i", false, false, sizeof(int)},
+    {"ld", false, true, sizeof(long)},
+    {"lld", false, true, sizeof(long long)},
+    {"f", false, false, sizeof(float)},
+    {"lf", false, false, sizeof(double)},
+    {"e", false, false, sizeof(float)},
+    {"lg", false, false, sizeof(double)},
+    {"s", true, true, 64},
+    {"c", true, true, 64},
+    {"[a-z]", true, true, 64},
+    {"[^ ,;]", true, true, 64},
+    {"[0-9.]", true, true, 64},
+    {"n", false, false, sizeof(int)},
 };
 
 const char* const kWords[] = {"bcd", "ghk", "q", "mrt", "uvwyz", "zz", "b", "%", "dog", "hub"};
@@ -48,13 +57,19 @@ std::string Token(std::mt19937& rng) {
     };
     const char* sign = pick(3) == 0 ? (pick(2) ? "-" : "+") : "";
     switch (pick(6)) {
-        case 0: return sign + digits(6, "0123456789", 10);
-        case 1: return sign + digits(4, "0123456789", 10) + "." + digits(4, "0123456789", 10);
-        case 2: return sign + digits(3, "0123456789", 10) + (pick(2) ? "e" : "E") + (pick(2) ? "-" : "") +
-                       digits(2, "0123456789", 10);
-        case 3: return sign + std::string(pick(2) ? "0x" : "0X") + digits(6, "0123456789abcdefABCDEF", 22);
-        case 4: return pick(2) ? "." + digits(3, "0123456789", 10) : digits(3, "0123456789", 10) + ".";
-        default: return kWords[pick(static_cast<int>(sizeof kWords / sizeof *kWords))];
+        case 0:
+            return sign + digits(6, "0123456789", 10);
+        case 1:
+            return sign + digits(4, "0123456789", 10) + "." + digits(4, "0123456789", 10);
+        case 2:
+            return sign + digits(3, "0123456789", 10) + (pick(2) ? "e" : "E") + (pick(2) ? "-" : "") +
+                   digits(2, "0123456789", 10);
+        case 3:
+            return sign + std::string(pick(2) ? "0x" : "0X") + digits(6, "0123456789abcdefABCDEF", 22);
+        case 4:
+            return pick(2) ? "." + digits(3, "0123456789", 10) : digits(3, "0123456789", 10) + ".";
+        default:
+            return kWords[pick(static_cast<int>(sizeof kWords / sizeof *kWords))];
     }
 }
 
@@ -79,10 +94,17 @@ Case Generate(std::mt19937& rng) {
     bool firstConversion = true;
     for (int k = 0; k < directives; ++k) {
         switch (pick(8)) {
-            case 0: c.format += " "; continue;
-            case 1: c.format += pick(2) ? "," : ";"; continue;
-            case 2: c.format += "%%"; continue;
-            default: break;
+            case 0:
+                c.format += " ";
+                continue;
+            case 1:
+                c.format += pick(2) ? "," : ";";
+                continue;
+            case 2:
+                c.format += "%%";
+                continue;
+            default:
+                break;
         }
         const Piece& p = kConversions[pick(static_cast<int>(sizeof kConversions / sizeof *kConversions))];
         const bool isCount = p.conv[0] == 'n';
@@ -118,12 +140,12 @@ TEST(ScanPeer, AgreesWithTheCLibraryOnGeneratedCases) {
             plain[k] = theirs[k].data();
         }
         const int got = tocra_test::CallScan(c.input.c_str(), c.format.c_str(), args.data(), n);
-        const int want = sscanf(c.input.c_str(), c.format.c_str(), plain[0], plain[1], plain[2], plain[3],
-                                plain[4], plain[5], plain[6], plain[7]);
+        const int want = sscanf(c.input.c_str(), c.format.c_str(), plain[0], plain[1], plain[2], plain[3], plain[4],
+                                plain[5], plain[6], plain[7]);
         ASSERT_EQ(got, want) << "input \"" << c.input << "\" format \"" << c.format << "\"";
         for (int k = 0; k < n; ++k) {
-            ASSERT_EQ(mine[k], theirs[k]) << "destination " << k << ", input \"" << c.input << "\" format \""
-                                          << c.format << "\"";
+            ASSERT_EQ(mine[k], theirs[k])
+                << "destination " << k << ", input \"" << c.input << "\" format \"" << c.format << "\"";
         }
         ++compared;
         assigning += got > 0;

@@ -47,12 +47,12 @@ TEST(ScanArguments, InputFailureBeforeTheFirstConversionIsMinusOne) {
     int a = 7, b = 7;
     EXPECT_EQ(sscanf_s("   \t\n", "%d", &a), -1);
     EXPECT_EQ(sscanf_s("abc", "abc%d", &a), -1);
-    EXPECT_EQ(sscanf_s("ab", "abc%d", &a), -1);       // literal runs out of input
+    EXPECT_EQ(sscanf_s("ab", "abc%d", &a), -1);         // literal runs out of input
     EXPECT_EQ(sscanf_s("abc", "abc%n%d", &b, &a), -1);  // %n is not a conversion
     EXPECT_EQ(b, 3);
-    EXPECT_EQ(sscanf_s("5", "%*d %d", &a), 0);        // a suppressed conversion completed
+    EXPECT_EQ(sscanf_s("5", "%*d %d", &a), 0);  // a suppressed conversion completed
     EXPECT_EQ(sscanf_s("5", "%d %d", &a, &b), 1);
-    EXPECT_EQ(sscanf_s("x", "%d", &a), 0);            // matching failure, not input failure
+    EXPECT_EQ(sscanf_s("x", "%d", &a), 0);  // matching failure, not input failure
     EXPECT_EQ(sscanf_s("-", "%d", &a), 0);
     EXPECT_EQ(sscanf_s("abc", "abd"), 0);
     EXPECT_EQ(sscanf_s("abc", "abc"), 0);
@@ -98,7 +98,7 @@ TEST(ScanIntegers, LongestValidNumberLeavesTheRest) {
     EXPECT_EQ(sscanf_s("0xg", "%x%s", &x, rest, 8u), 2);  // "0x" without a digit is 0
     EXPECT_EQ(x, 0u);
     EXPECT_STREQ(rest, "xg");
-    EXPECT_EQ(sscanf_s("08", "%i%d", &a, &x), 2);         // octal stops at 8
+    EXPECT_EQ(sscanf_s("08", "%i%d", &a, &x), 2);  // octal stops at 8
     EXPECT_EQ(a, 0);
     EXPECT_EQ(x, 8u);
     EXPECT_EQ(sscanf_s("3.5e2", "%d%s", &a, rest, 8u), 2);

@@ -12,7 +12,7 @@
 namespace tocra_test {
 
 class TempDir {
-public:
+  public:
     TempDir() {
         char tmpl[] = "/tmp/tocra_config_XXXXXX";
         const char* d = mkdtemp(tmpl);
@@ -43,7 +43,7 @@ public:
         return p;
     }
 
-private:
+  private:
     std::string path_;
     std::set<std::string> written_;
 };

@@ -20,9 +20,9 @@ enum Kind { U8, I32, F32 };
 struct Key {
     const char* path;  // element path below Config
     Kind kind;
-    int offset;        // worked out by hand from the packing
+    int offset;  // worked out by hand from the packing
     double def;
-    double other;      // a distinct non-default value
+    double other;  // a distinct non-default value
 };
 
 const Key kKeys[28] = {
@@ -81,8 +81,10 @@ Record Defaults() {
 
 std::string Number(const Key& k, double v) {
     char buf[64];
-    if (k.kind == F32) snprintf(buf, sizeof buf, "%g", v);
-    else snprintf(buf, sizeof buf, "%d", static_cast<int>(v));
+    if (k.kind == F32)
+        snprintf(buf, sizeof buf, "%g", v);
+    else
+        snprintf(buf, sizeof buf, "%d", static_cast<int>(v));
     return buf;
 }
 
@@ -100,8 +102,10 @@ std::string Elements(const std::vector<std::pair<std::string, std::string>>& ite
         const std::string sec = it.first.substr(0, slash), leaf = it.first.substr(slash + 1);
         const std::string elem = "<" + leaf + ">" + it.second + "</" + leaf + ">";
         auto found = std::find_if(sections.begin(), sections.end(), [&](const auto& x) { return x.first == sec; });
-        if (found == sections.end()) sections.push_back({sec, elem});
-        else found->second += elem;
+        if (found == sections.end())
+            sections.push_back({sec, elem});
+        else
+            found->second += elem;
     }
     for (const auto& sec : sections) s += "<" + sec.first + ">" + sec.second + "</" + sec.first + ">\n";
     return s;
@@ -141,7 +145,7 @@ bool IsVersionLine(const std::string& t) {
 }
 
 class ParseXml : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         table.Install();
         memset(out, 0xEE, sizeof out);
@@ -180,7 +184,7 @@ TEST_F(ParseXml, EveryKeyIsStoredAtItsOffset) {
         want.Put(k, k.other);
     }
     dir.Write("brimvel.xml", TuningFile(Elements(items)));
-    ASSERT_EQ(Call(dir.dir()), 0);
+    ASSERT_EQ(Call(dir.dir()), TOCRA_OK);
     ExpectRecord(want);
 }
 
@@ -188,7 +192,7 @@ TEST_F(ParseXml, DefaultsForMissingAndEmptyKeys) {
     TempDir dir;
     dir.Write("brimvel.xml", TuningFile("<Face><Margin></Margin><SmoothRadius/><AjustRatio>  </AjustRatio></Face>"
                                         "<ImageFusion><BlendSigma><!-- none --></BlendSigma></ImageFusion>"));
-    ASSERT_EQ(Call(dir.dir()), 0);
+    ASSERT_EQ(Call(dir.dir()), TOCRA_OK);
     ExpectRecord(Defaults());
 }
 
@@ -203,10 +207,11 @@ TEST_F(ParseXml, OnlyTheConfigElementAtTopLevelGivesEveryDefault) {
 
 TEST_F(ParseXml, EightBitFieldsKeepTheLowByte) {
     TempDir dir;
-    dir.Write("brimvel.xml",
-              TuningFile(Elements({{"ImageFusion/BlendCenter", "300"}, {"Face/AjustRatio", "300"},
-                                   {"Vornelid/NoFlashWeight", "-1"}, {"PostProcess/DenoiseDarkThresh", "256"}})));
-    ASSERT_EQ(Call(dir.dir()), 0);
+    dir.Write("brimvel.xml", TuningFile(Elements({{"ImageFusion/BlendCenter", "300"},
+                                                  {"Face/AjustRatio", "300"},
+                                                  {"Vornelid/NoFlashWeight", "-1"},
+                                                  {"PostProcess/DenoiseDarkThresh", "256"}})));
+    ASSERT_EQ(Call(dir.dir()), TOCRA_OK);
     Record want = Defaults();
     want.Put(kKeys[14], 44);
     want.Put(kKeys[20], 300);
@@ -223,7 +228,7 @@ TEST_F(ParseXml, NumericReferencesTheEncodingCannotHoldStillLoad) {
     dir.Write("brimvel.xml",
               TuningFile("<!-- &#0; &#x110000; -->\n<Face note=\"&#1114112;&#xD800;&#0;\"><Margin>&#x31;&#x32;</Margin>"
                          "<AjustRatio>7&#0;</AjustRatio><SmoothRadius>&#xDFFF;</SmoothRadius></Face>\n"));
-    ASSERT_EQ(Call(dir.dir()), 0);
+    ASSERT_EQ(Call(dir.dir()), TOCRA_OK);
     Record want = Defaults();
     want.Put(kKeys[20], 7);   // AjustRatio
     want.Put(kKeys[21], 12);  // Margin
@@ -236,7 +241,7 @@ TEST_F(ParseXml, NumericReferencesTheEncodingCannotHoldStillLoad) {
 TEST_F(ParseXml, KeysMatchWithoutRegardToCase) {
     TempDir dir;
     dir.Write("brimvel.xml", TuningFile("<face><MARGIN>7</MARGIN></face><NIGHT_LUMAAVG>9</NIGHT_LUMAAVG>"));
-    ASSERT_EQ(Call(dir.dir()), 0);
+    ASSERT_EQ(Call(dir.dir()), TOCRA_OK);
     Record want = Defaults();
     want.Put(kKeys[21], 7);
     want.Put(kKeys[5], 9);
@@ -249,7 +254,7 @@ TEST_F(ParseXml, RepoTuningFileGivesExactlyTheDefaults) {
     EXPECT_EQ(text.compare(0, 5, "<?xml"), 0);
     TempDir dir;
     dir.Write("brimvel.xml", text);
-    ASSERT_EQ(Call(dir.dir()), 0);
+    ASSERT_EQ(Call(dir.dir()), TOCRA_OK);
     ExpectRecord(Defaults());
     // Every key is written out in it, none is left to its default.
     XmlConfig cfg;
@@ -262,7 +267,7 @@ TEST_F(ParseXml, RepoTuningFileGivesExactlyTheDefaults) {
 TEST_F(ParseXml, SuccessLogsAndFlushesTheRecord) {
     TempDir dir;
     dir.Write("brimvel.xml", TuningFile(""));
-    ASSERT_EQ(Call(dir.dir()), 0);
+    ASSERT_EQ(Call(dir.dir()), TOCRA_OK);
     const auto log = tocra_test::Log();
     ASSERT_EQ(log.size(), 4u);
     EXPECT_EQ(log[0].prio, 4);
@@ -280,14 +285,14 @@ TEST_F(ParseXml, SecondCallWithTheSameDirectoryDoesNotReadTheFileAgain) {
     TempDir dir, other;
     dir.Write("brimvel.xml", TuningFile(Elements({{"Face/Margin", "1"}})));
     other.Write("brimvel.xml", TuningFile(Elements({{"Face/Margin", "3"}})));
-    ASSERT_EQ(Call(dir.dir()), 0);
+    ASSERT_EQ(Call(dir.dir()), TOCRA_OK);
     EXPECT_EQ(out[72], 1);
     dir.Write("brimvel.xml", TuningFile(Elements({{"Face/Margin", "2"}})));
-    ASSERT_EQ(Call(dir.dir()), 0);
+    ASSERT_EQ(Call(dir.dir()), TOCRA_OK);
     EXPECT_EQ(out[72], 1);  // the document loaded first
     unlink(dir.file("brimvel.xml").c_str());
     ASSERT_EQ(Call(dir.dir()), 0);  // not even opened
-    ASSERT_EQ(Call(other.dir()), 0);
+    ASSERT_EQ(Call(other.dir()), TOCRA_OK);
     EXPECT_EQ(out[72], 3);
 }
 
@@ -295,7 +300,7 @@ TEST_F(ParseXml, FileThatCannotBeLoadedAnswersMinus999) {
     TempDir dir;
     const std::string small = "<?xml version=\"1.0\"?><Config><Face><Margin>5</Margin></Face></Config>";
     dir.Write("brimvel.xml", small + std::string(199 - small.size(), ' '));
-    EXPECT_EQ(Call(dir.dir()), -999);
+    EXPECT_EQ(Call(dir.dir()), TOCRA_CONFIG_NOT_LOADED);
     EXPECT_TRUE(Logged(4, "xml XmlConfig.LoadConfig failed\n"));
     EXPECT_EQ(out[0], 0xEE);  // nothing written
     EXPECT_TRUE(tocra_test::Flushes().empty());
@@ -303,11 +308,11 @@ TEST_F(ParseXml, FileThatCannotBeLoadedAnswersMinus999) {
     EXPECT_EQ(Call(dir.dir()), 0);  // a failed load is not remembered
     EXPECT_EQ(out[72], 5);
     tocra_test::ClearLog();
-    EXPECT_EQ(Call(dir.dir() + "missing/"), -999);
+    EXPECT_EQ(Call(dir.dir() + "missing/"), TOCRA_CONFIG_NOT_LOADED);
     EXPECT_TRUE(Logged(4, "xml XmlConfig.LoadConfig failed\n"));
     TempDir broken;
     broken.Write("brimvel.xml", TuningFile("<a></b>"));
-    EXPECT_EQ(Call(broken.dir()), -999);
+    EXPECT_EQ(Call(broken.dir()), TOCRA_CONFIG_NOT_LOADED);
 }
 
 TEST_F(ParseXml, DirectoryLengthLimitIsClean) {
@@ -333,34 +338,34 @@ TEST_F(ParseXml, DirectoryLengthLimitIsClean) {
         fwrite(t.data(), 1, t.size(), f);
         fclose(f);
     }
-    EXPECT_EQ(Call(fits), 0);
+    EXPECT_EQ(Call(fits), TOCRA_OK);
     EXPECT_EQ(out[72], 9);
     EXPECT_EQ(Call(base + sub + "x/"), -999);  // 244
     EXPECT_TRUE(Logged(4, "xml XmlConfig.LoadConfig failed\n"));
-    EXPECT_EQ(Call(std::string(5000, 'p') + "/"), -999);
+    EXPECT_EQ(Call(std::string(5000, 'p') + "/"), TOCRA_CONFIG_NOT_LOADED);
 }
 
 TEST_F(ParseXml, BadRequestsAnswerMinus998) {
-    EXPECT_EQ(ParseXML_TocraAPI(nullptr), -998);
+    EXPECT_EQ(ParseXML_TocraAPI(nullptr), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "ParseXML_TocraAPI input param pointer is invalid\n"));
     tagST_XML_PARSE_REQUEST req{handle, nullptr};
-    EXPECT_EQ(ParseXML_TocraAPI(&req), -998);
+    EXPECT_EQ(ParseXML_TocraAPI(&req), TOCRA_NULL_POINTER);
     EXPECT_EQ(tocra_test::CountLogged("ParseXML_TocraAPI input param pointer is invalid\n"), 2);
     // A handle that does not convert: checked before anything is written.
     TempDir dir;
     dir.Write("brimvel.xml", TuningFile(""));
     tocra_test::ClearLog();
     table.Break(handle);
-    EXPECT_EQ(Call(dir.dir()), -998);
+    EXPECT_EQ(Call(dir.dir()), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "cacheflush startAddr convert addr pointer error\n"));
     EXPECT_FALSE(Logged(4, "exit func ParseXML_TocraAPI\n"));
     EXPECT_TRUE(tocra_test::Flushes().empty());
     setIO2VAConverter(nullptr);  // no hook at all
-    EXPECT_EQ(Call(dir.dir()), -998);
+    EXPECT_EQ(Call(dir.dir()), TOCRA_NULL_POINTER);
     for (uint8_t b : out) EXPECT_EQ(b, 0xEE);
     XmlConfig cfg;
     tocra_test::ClearLog();
-    EXPECT_EQ(ImgProc_ParseXMLHdr(cfg, nullptr), -998);
+    EXPECT_EQ(ImgProc_ParseXMLHdr(cfg, nullptr), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "ImgProc_ParseXMLHdr output pointer is invalid\n"));
 }
 
@@ -378,7 +383,7 @@ TEST_F(ParseXml, RepeatedLoadsKeepOnlyOneDocument) {
     auto round = [&] {
         TempDir dir;
         dir.Write("brimvel.xml", text);
-        EXPECT_EQ(Call(dir.dir()), 0);
+        EXPECT_EQ(Call(dir.dir()), TOCRA_OK);
         tocra_test::ClearLog();
         tocra_test::ClearFlushes();
     };
@@ -396,7 +401,7 @@ TEST_F(ParseXml, RepeatedLoadsKeepOnlyOneDocument) {
 // ---- the reader --------------------------------------------------------------------------
 
 class Reader : public ::testing::Test {
-protected:
+  protected:
     void Load(const std::string& inner) {
         path = dir.Write("t.xml", TuningFile(inner));
         ASSERT_EQ(cfg.LoadConfig(path.c_str()), 1);
@@ -413,8 +418,8 @@ TEST_F(Reader, ValuesAndTheirDefaults) {
     EXPECT_FLOAT_EQ(cfg.GetFloat("/Config/F", 0), 0.25f);
     EXPECT_STREQ(cfg.GetString("/Config/S", "d"), "text");
     EXPECT_EQ(cfg.GetString("/Config/S", "d"), cfg.GetString("/Config/S", "d"));  // the stored text itself
-    EXPECT_EQ(cfg.GetInteger("/Config/N", 77), 77);  // not a number: the default
-    EXPECT_EQ(cfg.GetInteger("Config/A", 5), 5);   // no leading '/'
+    EXPECT_EQ(cfg.GetInteger("/Config/N", 77), 77);                               // not a number: the default
+    EXPECT_EQ(cfg.GetInteger("Config/A", 5), 5);                                  // no leading '/'
     EXPECT_EQ(cfg.GetInteger("/Config/A/", 5), 5);
     EXPECT_EQ(cfg.GetInteger("/Config/Missing", 6), 6);
     EXPECT_EQ(cfg.GetInteger("/", 6), 6);
@@ -497,16 +502,50 @@ bool SameBytes(const std::vector<T>& a, const std::vector<T>& b) {
 }
 
 TEST_F(Reader, VectorReadersReadAsTheStandardStreamDoes) {
-    const std::vector<std::string> texts = {
-        "1 -2 3", "-0 +7 +-3", "1,2 3", "1-2-3", "12abc 4", "007 08.50 9", "\v3\f4",
-        "2147483647 -2147483648 2147483648", "-2147483649 5", "32767 -32768 32768", "-32769 1",
-        "4294967295 -1 -4294967295", "4294967296 1", "99999999999999999999999 1", "-99999999999999999999 1",
-        "0x1p3 5", "-0x10 2", "00x1 2", "1e 2", "1e+ 3", "1E5 2e-3", "1.5.3", ".5 -.5e1", ". 1", "5. 6",
-        "e5 1", ".e1 2", "1e39 2", "-1e39 2", "1e-50 4", "3.4028235e38 1", "nan 1", "inf 2", "-inf 2",
-        "+ 1", "- 1", "0.000000000000000000000000000000000000000000001 7", "1e5e5 2", "12.5e+2.5",
-        "340282356779733661637539395458142568448 1", "-0.0 0"};
+    const std::vector<std::string> texts = {"1 -2 3",
+                                            "-0 +7 +-3",
+                                            "1,2 3",
+                                            "1-2-3",
+                                            "12abc 4",
+                                            "007 08.50 9",
+                                            "\v3\f4",
+                                            "2147483647 -2147483648 2147483648",
+                                            "-2147483649 5",
+                                            "32767 -32768 32768",
+                                            "-32769 1",
+                                            "4294967295 -1 -4294967295",
+                                            "4294967296 1",
+                                            "99999999999999999999999 1",
+                                            "-99999999999999999999 1",
+                                            "0x1p3 5",
+                                            "-0x10 2",
+                                            "00x1 2",
+                                            "1e 2",
+                                            "1e+ 3",
+                                            "1E5 2e-3",
+                                            "1.5.3",
+                                            ".5 -.5e1",
+                                            ". 1",
+                                            "5. 6",
+                                            "e5 1",
+                                            ".e1 2",
+                                            "1e39 2",
+                                            "-1e39 2",
+                                            "1e-50 4",
+                                            "3.4028235e38 1",
+                                            "nan 1",
+                                            "inf 2",
+                                            "-inf 2",
+                                            "+ 1",
+                                            "- 1",
+                                            "0.000000000000000000000000000000000000000000001 7",
+                                            "1e5e5 2",
+                                            "12.5e+2.5",
+                                            "340282356779733661637539395458142568448 1",
+                                            "-0.0 0"};
     std::string doc;
-    for (size_t i = 0; i < texts.size(); ++i) doc += "<T" + std::to_string(i) + ">" + texts[i] + "</T" + std::to_string(i) + ">";
+    for (size_t i = 0; i < texts.size(); ++i)
+        doc += "<T" + std::to_string(i) + ">" + texts[i] + "</T" + std::to_string(i) + ">";
     Load(doc);
     constexpr size_t kCount = 5;
     for (size_t i = 0; i < texts.size(); ++i) {

@@ -9,7 +9,7 @@ namespace {
 
 // Every test starts from the library's default options.
 class Xml : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { XMLNode::setGlobalOptions(char_encoding_UTF8, 1, 1, 1); }
     void TearDown() override { XMLNode::setGlobalOptions(char_encoding_UTF8, 1, 1, 1); }
 };
@@ -214,8 +214,7 @@ TEST_F(Xml, NullTextAndMissingTagAndMissingFile) {
 
 TEST_F(Xml, EntitiesDecodeInAnyCase) {
     XMLNode n;
-    ASSERT_EQ(Parse("<a v='&QUOT;&Apos;'>&AMP;&lt;&Gt;&#65;&#x42;&#X63;&#233;&#x20AC;</a>", &n).error,
-              eXMLErrorNone);
+    ASSERT_EQ(Parse("<a v='&QUOT;&Apos;'>&AMP;&lt;&Gt;&#65;&#x42;&#X63;&#233;&#x20AC;</a>", &n).error, eXMLErrorNone);
     EXPECT_STREQ(n.getText(), "&<>ABc\xC3\xA9\xE2\x82\xAC");
     EXPECT_STREQ(n.getAttribute("v"), "\"'");
     XMLError e = eXMLErrorNone;

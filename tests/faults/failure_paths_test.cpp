@@ -167,11 +167,12 @@ TEST(RansacRefit, AFailingRefitSkipsThatModelAndTheSearchGoesOn) {
     int refits;
     {
         tocra_test::FaultInjection count(FaultKind::kAllocation, 0);
-        EXPECT_EQ(RansacEstimation(&pairs, H, &params, scratch.data()), 0);
+        EXPECT_EQ(RansacEstimation(&pairs, H, &params, scratch.data()), TOCRA_OK);
         refits = count.count();
     }
     EXPECT_EQ(refits, 1);
-    EXPECT_TRUE(tocra_test::Logged(4, "ransac iteration count:0\n")) << "all inliers: stopped within the first iteration";
+    EXPECT_TRUE(tocra_test::Logged(4, "ransac iteration count:0\n"))
+        << "all inliers: stopped within the first iteration";
     EXPECT_TRUE(tocra_test::Logged(4, "ransac find inliner count:40/40\n"));
 
     fill();
@@ -180,12 +181,13 @@ TEST(RansacRefit, AFailingRefitSkipsThatModelAndTheSearchGoesOn) {
     tocra_test::ClearLog();
     {
         tocra_test::FaultInjection fail(FaultKind::kAllocation, 1);
-        EXPECT_EQ(RansacEstimation(&pairs, H2, &params, scratch.data()), 0);
+        EXPECT_EQ(RansacEstimation(&pairs, H2, &params, scratch.data()), TOCRA_OK);
         EXPECT_TRUE(fail.fired());
         EXPECT_EQ(fail.count(), 2) << "one refit failed, the next one ran";
     }
     EXPECT_EQ(tocra_test::CountLogged("Refine malloc failed!\n"), 1);
-    EXPECT_TRUE(tocra_test::Logged(4, "ransac iteration count:1\n")) << "iteration 1 ran to its end, iteration 2 stopped the search";
+    EXPECT_TRUE(tocra_test::Logged(4, "ransac iteration count:1\n"))
+        << "iteration 1 ran to its end, iteration 2 stopped the search";
     EXPECT_TRUE(tocra_test::Logged(4, "ransac find inliner count:40/40\n"));
     EXPECT_EQ(pairs.pointNum, N);
     // Both models are the translation.
@@ -229,7 +231,7 @@ TEST(DescriptorPool, PoolFailureKeepsTheWalkOrderAndNothingElse) {
                 tocra_test::FaultInjection fail(FaultKind::kStart, start);
                 status = GetBrief_Descriptors_TocraAPI(&c.brief.p);
             }
-            EXPECT_EQ(status, -997);
+            EXPECT_EQ(status, TOCRA_THREAD_FAILED);
             EXPECT_TRUE(tocra_test::Logged(6, "GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n"));
             EXPECT_TRUE(c.brief.Outputs() == prepared) << "descriptors written";
             const std::vector<tocra_test::Block> kept = tocra_test::Outstanding();
@@ -244,7 +246,7 @@ TEST(DescriptorPool, PoolFailureKeepsTheWalkOrderAndNothingElse) {
 #endif
             // The next call starts the pool again (stopping what was left).
             c.brief.Prepare();
-            EXPECT_EQ(GetBrief_Descriptors_TocraAPI(&c.brief.p), 0);
+            EXPECT_EQ(GetBrief_Descriptors_TocraAPI(&c.brief.p), TOCRA_OK);
         }
     }
 }

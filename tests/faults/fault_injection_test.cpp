@@ -40,10 +40,10 @@ using Buffers = std::vector<std::vector<uint8_t>>;
 // What one failure must produce.
 struct Outcome {
     int status;
-    int prio;             // of the log line; 0: the line is printed instead
-    std::string line;     // "%d" matches a number; empty: no line required
+    int prio;                                        // of the log line; 0: the line is printed instead
+    std::string line;                                // "%d" matches a number; empty: no line required
     enum Output { kSame, kUntouched, kAny } output;  // against the first run / the prepared buffers
-    size_t leak = 0;      // bytes of the one block the failure keeps on purpose
+    size_t leak = 0;                                 // bytes of the one block the failure keeps on purpose
 };
 
 struct Subject {
@@ -228,7 +228,7 @@ Outcome Unexpected(const std::string& what, size_t size) {
 // ---- the entry points ---------------------------------------------------------
 
 class EntryPointFaults : public testing::Test {
-protected:
+  protected:
     tocra_test::AllCases c{1};
 };
 
@@ -265,18 +265,18 @@ TEST_F(EntryPointFaults, CalcuFrameBalance) {
 
 TEST_F(EntryPointFaults, GetBriefDescriptors) {
     const size_t order = tocra::BriefOrderBytes(tocra_test::BriefCase::N);
-    ExerciseAll({"GetBrief_Descriptors_TocraAPI", [&] { c.brief.Prepare(); },
-                 [&] { return GetBrief_Descriptors_TocraAPI(&c.brief.p); }, [&] { return c.brief.Outputs(); },
-                 [&] { return c.brief.GuardsIntact(); },
-                 [order](const std::string& what, size_t size) -> Outcome {
-                     if (what == "alloc" && (size == order || size == tocra::kBriefWindowsBytes))
-                         return {-1000, 6, "GetBrief_Descriptors_TocraAPI malloc error\n", Outcome::kUntouched};
-                     if (what == "alloc") return Unexpected(what, size);
-                     // The walk order is not freed on this path: the one
-                     // leak the interface documents.
-                     return {-997, 6, "GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n", Outcome::kUntouched,
-                             order};
-                 }});
+    ExerciseAll(
+        {"GetBrief_Descriptors_TocraAPI", [&] { c.brief.Prepare(); },
+         [&] { return GetBrief_Descriptors_TocraAPI(&c.brief.p); }, [&] { return c.brief.Outputs(); },
+         [&] { return c.brief.GuardsIntact(); },
+         [order](const std::string& what, size_t size) -> Outcome {
+             if (what == "alloc" && (size == order || size == tocra::kBriefWindowsBytes))
+                 return {-1000, 6, "GetBrief_Descriptors_TocraAPI malloc error\n", Outcome::kUntouched};
+             if (what == "alloc") return Unexpected(what, size);
+             // The walk order is not freed on this path: the one
+             // leak the interface documents.
+             return {-997, 6, "GetBrief_Descriptors_TocraAPI MultiThread_Init fail\n", Outcome::kUntouched, order};
+         }});
 }
 
 using Reg = tocra_test::RegistrationCase;
@@ -288,7 +288,8 @@ const size_t kRegistrationScratch = Reg::W * 100;  // above N * 176 + 224
 const size_t kWarpRecords = 4 * sizeof(tagST_THREAD_RECORD);
 
 Outcome RegistrationOutcome(const std::string& what, size_t size) {
-    if (what != "alloc") return {0, 6, "Thread Create Failed!", Outcome::kSame};  // the warp runs on the caller's thread
+    if (what != "alloc")
+        return {0, 6, "Thread Create Failed!", Outcome::kSame};  // the warp runs on the caller's thread
     if (size == kRansacScratch) return {-1000, 4, "ransac malloc failed!", Outcome::kAny};
     if (size == kRegistrationScratch) return {-1000, 6, "Reg ImgRegistration: malloc failed\n", Outcome::kAny};
     if (size == kWarpRecords) return {0, 6, "Buffer malloc Failed!", Outcome::kSame};
@@ -298,8 +299,9 @@ Outcome RegistrationOutcome(const std::string& what, size_t size) {
 }
 
 TEST_F(EntryPointFaults, RansacEst) {
-    ExerciseAll({"RansacEst_TocraAPI", [&] { c.reg.Prepare(); }, [&] { return RansacEst_TocraAPI(c.reg.ransac.data()); },
-                 [&] { return c.reg.Outputs(); }, [&] { return c.reg.GuardsIntact(); }, RegistrationOutcome});
+    ExerciseAll({"RansacEst_TocraAPI", [&] { c.reg.Prepare(); },
+                 [&] { return RansacEst_TocraAPI(c.reg.ransac.data()); }, [&] { return c.reg.Outputs(); },
+                 [&] { return c.reg.GuardsIntact(); }, RegistrationOutcome});
 }
 
 TEST_F(EntryPointFaults, Registration) {
@@ -424,8 +426,8 @@ TEST(ExportedFunctionFaults, ScanAndParser) {
     const std::string digits = "0." + std::string(300, '7');
     tocra_test::Guarded<float> field(1);
     ExerciseAll({"sscanf_s", [&] { field.Fill(kOutputFill); },
-                 [&] { return sscanf_s(digits.c_str(), "%f", field.data()); },
-                 [&] { return Buffers{field.Bytes()}; }, [&] { return field.GuardsIntact(); },
+                 [&] { return sscanf_s(digits.c_str(), "%f", field.data()); }, [&] { return Buffers{field.Bytes()}; },
+                 [&] { return field.GuardsIntact(); },
                  [](const std::string& what, size_t size) -> Outcome {
                      if (what != "alloc") return Unexpected(what, size);
                      // The field cannot be read: nothing assigned.
@@ -442,8 +444,7 @@ TEST(ExportedFunctionFaults, ScanAndParser) {
                  [&] {
                      XMLResults r{eXMLErrorNone, -1, -1};
                      XMLNode n = XMLNode::parseString(text.c_str(), nullptr, &r);
-                     if (r.error == eXMLErrorOutOfMemory && n.isEmpty() && r.nLine == 0 && r.nColumn == 0)
-                         return -1000;
+                     if (r.error == eXMLErrorOutOfMemory && n.isEmpty() && r.nLine == 0 && r.nColumn == 0) return -1000;
                      return n.isEmpty() ? 1 : static_cast<int>(r.error);
                  },
                  [] { return Buffers{}; }, [] { return true; },
@@ -479,8 +480,8 @@ TEST(ExportedFunctionFaults, ScanAndParser) {
                      if (s == nullptr) return e == eXMLErrorOutOfMemory ? -1000 : 5;
                      const bool same = strcmp(s, "&A") == 0;
                      XMLNode::freeXMLString(s);
-                     return same && top.nChildNode() == 1 && face.nElement() == 3 && strcmp(face.getText(), "200") == 0 &&
-                                    strcmp(face.getAttribute("a"), "2") == 0
+                     return same && top.nChildNode() == 1 && face.nElement() == 3 &&
+                                    strcmp(face.getText(), "200") == 0 && strcmp(face.getAttribute("a"), "2") == 0
                                 ? 0
                                 : 6;
                  },

@@ -58,9 +58,10 @@ struct Request {
 
 TEST(BoxFilterApi, NoFacesGivesTheBackgroundAndStillCyclesThePool) {
     Request r(100, 40, {}, 10, 2, 3, 0x33);
-    EXPECT_EQ(r.Run(), 0);
+    EXPECT_EQ(r.Run(), TOCRA_OK);
     EXPECT_EQ(r.map, std::vector<uint8_t>(r.map.size(), 0x33));  // padding included
-    EXPECT_NE(r.out.find(std::string(kDestroyLines) + kDestroyLines + kDestroyLines + kDestroyLines), std::string::npos);
+    EXPECT_NE(r.out.find(std::string(kDestroyLines) + kDestroyLines + kDestroyLines + kDestroyLines),
+              std::string::npos);
     EXPECT_TRUE(r.Flushed());
     EXPECT_TRUE(Logged(4, "[Face Parameter] face_num:0 nFaceAjustRatio:10 nSmoothRadius:3, nMargin:2"));
     EXPECT_FALSE(Logged(4, "BoxFilter BoxFiltering_neon start\n"));
@@ -70,12 +71,12 @@ TEST(BoxFilterApi, NoFacesGivesTheBackgroundAndStillCyclesThePool) {
 TEST(BoxFilterApi, RatioAtLeast255PaintsHardRectanglesWithMarginsAndClipping) {
     // Faces in full resolution: halved, enlarged by 2, clipped to 60 x 30.
     Request r(60, 30,
-              {Face(20, 10, 30, 16),      // -> x 8..17, y 3..10
-               Face(-9, -3, 4, 2),        // -9>>1 = -5: clipped to x 0..4, y 0..3
-               Face(110, 50, 140, 90),    // clipped to x 53..59, y 23..29
-               Face(200, 10, 220, 20)},   // right of the map: nothing
+              {Face(20, 10, 30, 16),     // -> x 8..17, y 3..10
+               Face(-9, -3, 4, 2),       // -9>>1 = -5: clipped to x 0..4, y 0..3
+               Face(110, 50, 140, 90),   // clipped to x 53..59, y 23..29
+               Face(200, 10, 220, 20)},  // right of the map: nothing
               0x1FF, 2, 3);
-    EXPECT_EQ(r.Run(), 0);
+    EXPECT_EQ(r.Run(), TOCRA_OK);
     auto inside = [](int x, int y) {
         return (x >= 8 && x < 17 && y >= 3 && y < 10) || (x < 4 && y < 3) || (x >= 53 && y >= 23);
     };
@@ -88,7 +89,7 @@ TEST(BoxFilterApi, RatioAtLeast255PaintsHardRectanglesWithMarginsAndClipping) {
 
 TEST(BoxFilterApi, NegativeMarginShrinksAndEmptyRectanglesPaintNothing) {
     Request r(40, 20, {Face(10, 10, 30, 30), Face(10, 10, 12, 12)}, 255, -3, 1);
-    EXPECT_EQ(r.Run(), 0);
+    EXPECT_EQ(r.Run(), TOCRA_OK);
     for (int y = 0; y < 20; ++y)
         for (int x = 0; x < 40; ++x) ASSERT_EQ(r.at(x, y), (x >= 8 && x < 12 && y >= 8 && y < 12) ? 255 : 0x40);
 }
@@ -96,9 +97,9 @@ TEST(BoxFilterApi, NegativeMarginShrinksAndEmptyRectanglesPaintNothing) {
 TEST(BoxFilterApi, SmoothedMapEqualsTheFilterOfThePaintedMap) {
     const int w = 90, h = 48, radius = 3;
     Request hard(w, h, {Face(40, 30, 80, 60)}, 255, 1, radius);
-    ASSERT_EQ(hard.Run(), 0);
+    ASSERT_EQ(hard.Run(), TOCRA_OK);
     Request smooth(w, h, {Face(40, 30, 80, 60)}, 200, 1, radius);
-    ASSERT_EQ(smooth.Run(), 0);
+    ASSERT_EQ(smooth.Run(), TOCRA_OK);
     std::vector<uint8_t> painted = hard.map;
     for (auto& v : painted) v = v == 255 ? 200 : v;
     std::vector<uint32_t> work(1 << 16);
@@ -116,7 +117,7 @@ TEST(BoxFilterApi, SmoothedMapEqualsTheFilterOfThePaintedMap) {
 
 TEST(BoxFilterApi, FilterFailurePassesThroughAndLeavesThePainting) {
     Request r(16, 40, {Face(0, 0, 10, 10)}, 100, 0, 8);  // width 16 = 2R
-    EXPECT_EQ(r.Run(), -998);
+    EXPECT_EQ(r.Run(), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxFilter BoxFiltering_neon error -998\n"));
     EXPECT_EQ(r.at(0, 0), 100);
     EXPECT_EQ(r.at(6, 6), 0x40);
@@ -132,24 +133,24 @@ TEST(BoxFilterApi, EachHandleFailingInTurn) {
         const std::vector<uint8_t> before = r.map;
         const int status = r.Run();
         if (which < 2) {
-            EXPECT_EQ(status, -997);
+            EXPECT_EQ(status, TOCRA_THREAD_FAILED);
             EXPECT_TRUE(Logged(4, "BoxfilterYuv2RgbHist convert addr pointer error\n"));
             EXPECT_EQ(r.map, before);
         } else {
             // A missing work area only matters when the filter runs.
-            EXPECT_EQ(status, -998);
+            EXPECT_EQ(status, TOCRA_NULL_POINTER);
             EXPECT_TRUE(Logged(6, "BoxFiltering_neon null pointer: src, dst and work must all be set\n"));
             filter_test::StopPool();
         }
     }
     Request r(64, 40, {Face(10, 10, 30, 30)}, 255, 1, 1);
     r.table.Break(r.p.hWork);
-    EXPECT_EQ(r.Run(), 0);
+    EXPECT_EQ(r.Run(), TOCRA_OK);
 }
 
 TEST(BoxFilterApi, BadRequestsAreRefused) {
     tocra_test::ClearLog();
-    EXPECT_EQ(BoxFilter_TocraAPI(nullptr), -998);
+    EXPECT_EQ(BoxFilter_TocraAPI(nullptr), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxFilter_TocraAPI null request\n"));
     // A negative map size, or one past 2^31 - 1.
     struct Case {
@@ -184,7 +185,7 @@ TEST(BoxFilterApi, EmptyMapsAreNothingToDo) {
     // With faces and a ratio below 255 the filter runs and refuses the size.
     Request r(8, 8, {Face(0, 0, 4, 4)}, 10, 0, 1);
     r.p.width = 0;
-    EXPECT_EQ(r.Run(), -998);
+    EXPECT_EQ(r.Run(), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxFiltering_neon 2895 Input width[0] or height/4[8] less than 2*R[2]!\n"));
     filter_test::StopPool();
 }
@@ -193,7 +194,7 @@ TEST(BoxFilterApi, EmptyMapsAreNothingToDo) {
 TEST(BoxFilterApi, NegativeFaceCountStillSmooths) {
     Request r(64, 40, {}, 10, 0, 1, 0x40);
     r.p.faceNum = -1;
-    EXPECT_EQ(r.Run(), 0);
+    EXPECT_EQ(r.Run(), TOCRA_OK);
     EXPECT_TRUE(Logged(4, "[Face Parameter] face_num:-1 nFaceAjustRatio:10 nSmoothRadius:1, nMargin:0"));
     EXPECT_TRUE(Logged(4, "BoxFilter BoxFiltering_neon start\n"));
     for (int y = 0; y < 40; ++y)

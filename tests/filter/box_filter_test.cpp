@@ -43,8 +43,8 @@ uint8_t NaiveBox(const std::vector<uint8_t>& src, int w, int h, int stride, int 
     for (int j = y0; j <= y1; ++j)
         for (int i = x0; i <= x1; ++i) s += src[static_cast<size_t>(j) * stride + i];
     const int cx = x1 - x0 + 1, cy = y1 - y0 + 1;
-    const float f = static_cast<float>(s + ((cx * cy) >> 1)) * static_cast<float>(1.0 / cy) *
-                    static_cast<float>(1.0 / cx);
+    const float f =
+        static_cast<float>(s + ((cx * cy) >> 1)) * static_cast<float>(1.0 / cy) * static_cast<float>(1.0 / cx);
     return static_cast<uint8_t>(std::min(255, static_cast<int>(f)));
 }
 
@@ -53,7 +53,8 @@ std::vector<int32_t> NaiveRowSums(const std::vector<uint8_t>& src, int w, int ro
     for (int y = 0; y < rows; ++y)
         for (int x = 0; x < w; ++x) {
             int s = 0;
-            for (int j = std::max(0, x - r); j <= std::min(w - 1, x + r); ++j) s += src[static_cast<size_t>(y) * stride + j];
+            for (int j = std::max(0, x - r); j <= std::min(w - 1, x + r); ++j)
+                s += src[static_cast<size_t>(y) * stride + j];
             out[static_cast<size_t>(y) * w + x] = s;
         }
     return out;
@@ -111,7 +112,7 @@ TEST(BoxSumKernels, WidthUpTo2RIsRefused) {
     IntegralMat_H_S32XS32(out.data(), src.data(), 4, 8, 2, 2);
     IntegralMat_H_S32XS32_Neon(out.data(), src.data(), 5, 8, 2, 3);
     IntegralMat_H_S32XS32_Neon3(out.data(), src.data(), 0, 8, 2, 0);
-    EXPECT_EQ(IntegralMat_H_MT(out.data(), src.data(), 6, 8, 4, 3), -998);
+    EXPECT_EQ(IntegralMat_H_MT(out.data(), src.data(), 6, 8, 4, 3), TOCRA_NULL_POINTER);
     EXPECT_EQ(out, std::vector<int32_t>(64, 7));
     EXPECT_TRUE(Logged(6, "IntegralMat_H_S32XS32 invalid input: width[4] stride[8] rows[2] radius[2]\n"));
     EXPECT_TRUE(Logged(6, "IntegralMat_H_MT invalid input: width[6] stride[8] height[4] radius[3]\n"));
@@ -119,7 +120,7 @@ TEST(BoxSumKernels, WidthUpTo2RIsRefused) {
     // No rows: nothing to do, whatever else is passed.
     tocra_test::ClearLog();
     IntegralMat_H_S32XS32(nullptr, nullptr, 4, 1, 0, 9);
-    EXPECT_EQ(IntegralMat_H_MT(nullptr, nullptr, 4, 1, -3, 9), 0);
+    EXPECT_EQ(IntegralMat_H_MT(nullptr, nullptr, 4, 1, -3, 9), TOCRA_OK);
     EXPECT_TRUE(tocra_test::Log().empty());
 }
 
@@ -173,7 +174,7 @@ TEST(BoxSumKernels, BadArgumentsWriteNothing) {
     std::vector<int32_t> out(64, 7);
     std::vector<uint8_t> src(64, 1), dst(64, 9);
     tocra_test::ClearLog();
-    IntegralMat_H_S32XS32_Neon3(out.data(), src.data(), 8, 4, 2, 1);   // stride < width
+    IntegralMat_H_S32XS32_Neon3(out.data(), src.data(), 8, 4, 2, 1);  // stride < width
     IntegralMat_H_S32XS32(out.data(), nullptr, 8, 8, 2, 1);
     IntegralMat_H_S32XS32_Neon(out.data(), src.data(), 8, 8, 2, -1);
     IntegralMat_V_S32XS32_Neon2(dst.data(), out.data(), 8, 8, 2, -1);
@@ -183,9 +184,9 @@ TEST(BoxSumKernels, BadArgumentsWriteNothing) {
     EXPECT_EQ(tocra_test::Log().size(), 5u);
     EXPECT_TRUE(Logged(6, "IntegralMat_H_S32XS32_Neon3 invalid input: width[8] stride[4] rows[2] radius[1]\n"));
     uint8_t* cursor = nullptr;
-    EXPECT_EQ(IntegralMat_V_MT(dst.data(), out.data(), 8, 8, 2, 1, &cursor), -998);
-    EXPECT_EQ(IntegralMat_V_MT(dst.data(), out.data(), 8, 8, 2, 1, nullptr), -998);
-    EXPECT_EQ(IntegralMat_H_MT(out.data(), src.data(), 8, 4, 2, 1), -998);
+    EXPECT_EQ(IntegralMat_V_MT(dst.data(), out.data(), 8, 8, 2, 1, &cursor), TOCRA_NULL_POINTER);
+    EXPECT_EQ(IntegralMat_V_MT(dst.data(), out.data(), 8, 8, 2, 1, nullptr), TOCRA_NULL_POINTER);
+    EXPECT_EQ(IntegralMat_H_MT(out.data(), src.data(), 8, 4, 2, 1), TOCRA_NULL_POINTER);
 }
 
 // ---- BoxFiltering_neon -----------------------------------------------------
@@ -214,7 +215,7 @@ TEST(BoxFiltering, HandWorkedCornerAndBorderValues) {
     std::vector<uint8_t> src(static_cast<size_t>(stride) * h, 0);
     src[0] = 255;
     const Filtered f = RunFilter(src, w, h, stride, 1);
-    ASSERT_EQ(f.status, 0);
+    ASSERT_EQ(f.status, TOCRA_OK);
     EXPECT_EQ(f.dst[0], 64);           // 2x2 window: (255 + 2) / 4
     EXPECT_EQ(f.dst[1], 43);           // 3x2 window: (255 + 3) / 6
     EXPECT_EQ(f.dst[stride], 43);      // 2x3 window
@@ -228,7 +229,7 @@ TEST(BoxFiltering, ConstantPlaneStaysConstantCornersIncluded) {
         const int w = 37, h = 40, stride = 40, r = 4;
         std::vector<uint8_t> src(static_cast<size_t>(stride) * h, static_cast<uint8_t>(v));
         const Filtered f = RunFilter(src, w, h, stride, r);
-        ASSERT_EQ(f.status, 0);
+        ASSERT_EQ(f.status, TOCRA_OK);
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x) ASSERT_EQ(f.dst[static_cast<size_t>(y) * stride + x], v) << x << "," << y;
     }
@@ -243,7 +244,7 @@ TEST(BoxFiltering, RandomPlanesMatchTheDefinitionAcrossBandsWithThePool) {
                 const int stride = w + 11;
                 const auto src = RandomBytes(static_cast<size_t>(stride) * h, h * 100 + w + r);
                 const Filtered f = RunFilter(src, w, h, stride, r);
-                ASSERT_EQ(f.status, 0);
+                ASSERT_EQ(f.status, TOCRA_OK);
                 for (int y = 0; y < h; ++y)
                     for (int x = 0; x < w; ++x)
                         ASSERT_EQ(f.dst[static_cast<size_t>(y) * stride + x], NaiveBox(src, w, h, stride, r, x, y))
@@ -262,7 +263,8 @@ TEST(BoxFiltering, RadiusZeroCopiesTheSourceEvenWhenTheLastBandsAreEmpty) {
         const Filtered f = RunFilter(src, w, h, stride, 0);
         ASSERT_EQ(f.status, 0) << h;
         for (int y = 0; y < h; ++y)
-            EXPECT_EQ(0, memcmp(&f.dst[static_cast<size_t>(y) * stride], &src[static_cast<size_t>(y) * stride], w)) << h;
+            EXPECT_EQ(0, memcmp(&f.dst[static_cast<size_t>(y) * stride], &src[static_cast<size_t>(y) * stride], w))
+                << h;
     }
 }
 
@@ -272,8 +274,8 @@ TEST(BoxFiltering, InPlaceEqualsOutOfPlace) {
     const Filtered f = RunFilter(plane, w, h, stride, r);
     std::vector<uint32_t> work(WorkBytes(w, h, stride, r) / 4);
     tocra_test::CaptureStdout([&] {
-        EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), w, stride, h, r, reinterpret_cast<uint8_t*>(work.data()),
-                                    WorkBytes(w, h, stride, r)),
+        EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), w, stride, h, r,
+                                    reinterpret_cast<uint8_t*>(work.data()), WorkBytes(w, h, stride, r)),
                   0);
     });
     for (int y = 0; y < h; ++y)
@@ -286,7 +288,7 @@ TEST(BoxFiltering, LogAndTimingLines) {
     const auto src = RandomBytes(static_cast<size_t>(stride) * h, 3);
     const int use = WorkBytes(w, h, stride, r);
     const Filtered f = RunFilter(src, w, h, stride, r, use);
-    ASSERT_EQ(f.status, 0);
+    ASSERT_EQ(f.status, TOCRA_OK);
     EXPECT_TRUE(TimingLines(f.out, {"            IntegralMat_H_MT", "            IntegralMat_V_MT"})) << f.out;
     // ... and the check refuses a missing number and anything after the lines.
     EXPECT_FALSE(TimingLines("  A time: ms\n", {"  A"}));
@@ -307,7 +309,7 @@ TEST(BoxFiltering, RadiusTooLargeForTheSizeIsRefused) {
     EXPECT_TRUE(Logged(6, "BoxFiltering_neon 2895 Input width[8] or height/4[64] less than 2*R[8]!\n"));
     tocra_test::ClearLog();
     const Filtered f = RunFilter(src, 64, 32, 64, 4);  // height/4 = 2R
-    EXPECT_EQ(f.status, -998);
+    EXPECT_EQ(f.status, TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxFiltering_neon 2895 Input width[64] or height/4[32] less than 2*R[8]!\n"));
     EXPECT_EQ(f.dst, std::vector<uint8_t>(src.size(), 0x5C));
     EXPECT_EQ(f.out, "");
@@ -323,7 +325,7 @@ TEST(BoxFiltering, ShortWorkAreaIsRefusedBeforeAnyPass) {
     ASSERT_EQ(use - touched, 32);
     tocra_test::ClearLog();
     const Filtered f = RunFilter(src, w, h, stride, r, touched - 1);
-    EXPECT_EQ(f.status, -998);
+    EXPECT_EQ(f.status, TOCRA_NULL_POINTER);
     EXPECT_EQ(f.dst, std::vector<uint8_t>(src.size(), 0x5C));
     EXPECT_TRUE(Logged(4, "---[MEM_INFO]---[BoxFiltering_neon][2927] Ap BoxFilter use [" + std::to_string(use) +
                               "], Total[" + std::to_string(touched - 1) + "], left [-33]\n"));
@@ -348,16 +350,16 @@ TEST(BoxFiltering, WorkAreaShorterThanTheReservationIsReportedAfterTheFact) {
         tocra_test::ClearLog();
         int status = -1;
         tocra_test::CaptureStdout([&] {
-            status = BoxFiltering_neon(src.data(), dst.data(), w, stride, h, r,
-                                       reinterpret_cast<uint8_t*>(work.get()), touched);
+            status = BoxFiltering_neon(src.data(), dst.data(), w, stride, h, r, reinterpret_cast<uint8_t*>(work.get()),
+                                       touched);
         });
         ASSERT_EQ(status, 0) << h;
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x)
                 ASSERT_EQ(dst[static_cast<size_t>(y) * stride + x], NaiveBox(src, w, h, stride, r, x, y)) << h;
         EXPECT_TRUE(Logged(4, "---[MEM_INFO]---[BoxFiltering_neon][2927] Ap BoxFilter use [" + std::to_string(use) +
-                                  "], Total[" + std::to_string(touched) + "], left [" +
-                                  std::to_string(touched - use) + "]\n"));
+                                  "], Total[" + std::to_string(touched) + "], left [" + std::to_string(touched - use) +
+                                  "]\n"));
         EXPECT_TRUE(Logged(6, "---[MEM_ERR]---[BoxFiltering_neon][2930] Memmory occur an error!\n"));
         EXPECT_TRUE(Logged(4, "exit func BoxFiltering_neon\n"));
     }
@@ -369,17 +371,17 @@ TEST(BoxFiltering, BadInputAnswers998WithALogLine) {
     std::vector<uint32_t> work(1024);
     uint8_t* wk = reinterpret_cast<uint8_t*>(work.data());
     tocra_test::ClearLog();
-    EXPECT_EQ(BoxFiltering_neon(nullptr, plane.data(), 20, 32, 16, 1, wk, 4096), -998);
-    EXPECT_EQ(BoxFiltering_neon(plane.data(), nullptr, 20, 32, 16, 1, wk, 4096), -998);
-    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, 16, 1, nullptr, 4096), -998);
+    EXPECT_EQ(BoxFiltering_neon(nullptr, plane.data(), 20, 32, 16, 1, wk, 4096), TOCRA_NULL_POINTER);
+    EXPECT_EQ(BoxFiltering_neon(plane.data(), nullptr, 20, 32, 16, 1, wk, 4096), TOCRA_NULL_POINTER);
+    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, 16, 1, nullptr, 4096), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxFiltering_neon null pointer: src, dst and work must all be set\n"));
-    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, 16, -1, wk, 4096), -998);
-    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 16, 16, 1, wk, 4096), -998);
+    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, 16, -1, wk, 4096), TOCRA_NULL_POINTER);
+    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 16, 16, 1, wk, 4096), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxFiltering_neon invalid input: width[20] stride[16] radius[1]\n"));
-    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 0, 32, 16, 0, wk, 4096), -998);
-    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, -16, 0, wk, 4096), -998);
-    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, 16, 1 << 30, wk, 4096), -998);
-    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, 16, 1, wk + 1, 4000), -998);
+    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 0, 32, 16, 0, wk, 4096), TOCRA_NULL_POINTER);
+    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, -16, 0, wk, 4096), TOCRA_NULL_POINTER);
+    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, 16, 1 << 30, wk, 4096), TOCRA_NULL_POINTER);
+    EXPECT_EQ(BoxFiltering_neon(plane.data(), plane.data(), 20, 32, 16, 1, wk + 1, 4000), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxFiltering_neon work area must be 4-byte aligned\n"));
     EXPECT_EQ(plane, std::vector<uint8_t>(32 * 16, 1));
 }

@@ -69,11 +69,11 @@ TEST(CumHist, BadInputIsRefused) {
     std::vector<uint32_t> set(1024, 7);
     const uint8_t plane[16] = {};
     tocra_test::ClearLog();
-    EXPECT_EQ(GetCumHist_Neon_MT(plane, 4, 4, 4, 0, set.data()), -998);   // the row loop would never end
-    EXPECT_EQ(GetCumHist_Neon_MT(plane, 4, 4, 4, -2, set.data()), -998);
-    EXPECT_EQ(GetCumHist_Neon_MT(nullptr, 4, 4, 4, 2, set.data()), -998);
-    EXPECT_EQ(GetCumSum_Neon_MT(plane, 4, 4, 3, set.data()), -998);      // the last row ends past 12 bytes
-    EXPECT_EQ(GetCumSum_Neon_MT(plane, 4, 4, 4, nullptr), -998);
+    EXPECT_EQ(GetCumHist_Neon_MT(plane, 4, 4, 4, 0, set.data()), -998);  // the row loop would never end
+    EXPECT_EQ(GetCumHist_Neon_MT(plane, 4, 4, 4, -2, set.data()), TOCRA_NULL_POINTER);
+    EXPECT_EQ(GetCumHist_Neon_MT(nullptr, 4, 4, 4, 2, set.data()), TOCRA_NULL_POINTER);
+    EXPECT_EQ(GetCumSum_Neon_MT(plane, 4, 4, 3, set.data()), -998);  // the last row ends past 12 bytes
+    EXPECT_EQ(GetCumSum_Neon_MT(plane, 4, 4, 4, nullptr), TOCRA_NULL_POINTER);
     GetCumHist_Neon(plane, 4, 4, 4, 0, set.data());
     GetCumSum_NEON(plane, 4, 2, -4, set.data());
     EXPECT_EQ(set, std::vector<uint32_t>(1024, 7));
@@ -227,7 +227,7 @@ TEST(FrameBalanceApi, IdenticalFramesWithEveryLevel) {
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < stride; ++x) plane[y * stride + x] = static_cast<uint8_t>((x / 2) * 8 + (y / 2));
     BalanceRequest r(plane, plane, w, h, stride);
-    ASSERT_EQ(r.Run(), 0);
+    ASSERT_EQ(r.Run(), TOCRA_OK);
     const FrameBalanceResult res = r.Result();
     EXPECT_EQ(res.cumA[255], static_cast<uint32_t>((w / 2) * (h / 2)));
     EXPECT_EQ(0, memcmp(res.cumA, res.cumB, sizeof(res.cumA)));
@@ -245,7 +245,7 @@ TEST(FrameBalanceApi, OddBandsSampleTheOddRowsOfBandsOneAndThree) {
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) a[y * w + x] = static_cast<uint8_t>(y);
     BalanceRequest r(a, b, w, h, w);
-    ASSERT_EQ(r.Run(), 0);
+    ASSERT_EQ(r.Run(), TOCRA_OK);
     const FrameBalanceResult res = r.Result();
     EXPECT_EQ(res.cumA[255], 8u * 5u);
     const int rows[] = {0, 2, 3, 5, 6, 8, 9, 11};
@@ -286,7 +286,7 @@ TEST(FrameBalanceApi, EachHandleFailingInTurnAndBadSizes) {
         BalanceRequest r(plane, plane, 8, 8, 8);
         const uint32_t h[3] = {r.p.hFrameA, r.p.hFrameB, r.p.hOutput};
         r.table.Break(h[which]);
-        EXPECT_EQ(r.Run(), -998);
+        EXPECT_EQ(r.Run(), TOCRA_NULL_POINTER);
         EXPECT_TRUE(Logged(6, "CalcuFrameBalance Neon Get Pointer Error\n"));
         EXPECT_EQ(r.out, std::vector<uint8_t>(2060, 0xCC));
     }
@@ -294,13 +294,13 @@ TEST(FrameBalanceApi, EachHandleFailingInTurnAndBadSizes) {
     const int sizes[][3] = {{8, 8, 3}, {8, 8, -8}};
     for (const auto& s : sizes) {
         BalanceRequest r(plane, plane, s[0], s[1], s[2]);
-        EXPECT_EQ(r.Run(), -998);
+        EXPECT_EQ(r.Run(), TOCRA_NULL_POINTER);
         EXPECT_TRUE(Logged(6, "CalcuFrameBalance invalid size: width[" + std::to_string(s[0]) + "] height[" +
                                   std::to_string(s[1]) + "] stride[" + std::to_string(s[2]) + "]\n"));
         EXPECT_EQ(r.out, std::vector<uint8_t>(2060, 0xCC));
     }
     tocra_test::ClearLog();
-    EXPECT_EQ(CalcuFrameBalance_TocraAPI(nullptr), -998);
+    EXPECT_EQ(CalcuFrameBalance_TocraAPI(nullptr), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "CalcuFrameBalance_TocraAPI null request\n"));
     CalcForwardIMF(nullptr, nullptr, nullptr);
     CalcJointPoint(nullptr, nullptr, nullptr);

@@ -47,10 +47,10 @@ TEST(DownScale, PlainAndVectorAgreeOnWideRows) {
 TEST(DownScale, RoundedMeanOfEachBlockAndTheOddEdges) {
     // 3 x 3 source with stride 4 and the row after it: the odd column reads
     // the padding byte, the odd row's pair is the row after.
-    const uint8_t src[] = {10, 11, 20, 40,   //
-                           12, 14, 30, 50,   //
-                           100, 0, 200, 7,   //
-                           60, 80, 90, 255};
+    const uint8_t src[] = {10,  11, 20,  40,  //
+                           12,  14, 30,  50,  //
+                           100, 0,  200, 7,   //
+                           60,  80, 90,  255};
     uint8_t dst[4] = {};
     Neon_DownScaleX4(src, 3, 3, dst, 4, 2);
     EXPECT_EQ(dst[0], 12);   // (10 + 11 + 12 + 14 + 2) >> 2
@@ -99,7 +99,7 @@ TEST(DownScale, BandsFollowTheirDefinitionOnOddAndSmallSizes) {
                 const size_t used = BandsByDefinition(big, h, w, ss, want, ds);
                 const std::vector<uint8_t> src(big.begin(), big.begin() + static_cast<std::ptrdiff_t>(used));
                 std::vector<uint8_t> got(want.size(), 0xEE);
-                ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), got.data(), h, w, ss, ds), 0);
+                ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), got.data(), h, w, ss, ds), TOCRA_OK);
                 ASSERT_EQ(got, want) << w << "x" << h << " pad " << pad;
             }
         }
@@ -118,7 +118,7 @@ TEST(DownScale, HandWorkedOddBandsAndTheRowAfter) {
         for (int c = 0; c < 3; ++c) src[r * 3 + c] = static_cast<uint8_t>(10 * r + c);
     src[21] = 99;
     std::vector<uint8_t> dst(2 * 3, 0xEE);
-    ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 6, 3, 3, 2), 0);
+    ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 6, 3, 3, 2), TOCRA_OK);
     EXPECT_EQ(dst[0], 36);    // (30 + 31 + 40 + 41 + 2) >> 2
     EXPECT_EQ(dst[1], 41);    // (32 + 40 + 42 + 50 + 2) >> 2
     EXPECT_EQ(dst[2], 56);    // (50 + 51 + 60 + 61 + 2) >> 2
@@ -136,14 +136,14 @@ TEST(DownScale, BandsMatchTheWholePlaneAndOddBandsHaveOneWriterPerRow) {
         const auto src = RandomBytes(static_cast<size_t>(srcStride) * (h + 1), h);
         std::vector<uint8_t> a(static_cast<size_t>(dstStride) * h, 0), b = a;
         tocra::DownScalePlane(src.data(), h, w, a.data(), srcStride, dstStride, tocra::DownScaleRow_C);
-        ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), b.data(), h, w, srcStride, dstStride), 0);
+        ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), b.data(), h, w, srcStride, dstStride), TOCRA_OK);
         ASSERT_EQ(a, b) << h;
     }
     // Height 12: bands of 3 rows; rows come from pairs (0,1) (3,4) (6,7) (9,10) (11,12).
     const int w = 16, h = 12;
     const auto src = RandomBytes(static_cast<size_t>(w) * (h + 1), 99);
     std::vector<uint8_t> dst(8 * 6, 0xAB);
-    ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), h, w, w, 8), 0);
+    ASSERT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), h, w, w, 8), TOCRA_OK);
     const int pairs[5][2] = {{0, 1}, {3, 4}, {6, 7}, {9, 10}, {11, 12}};
     for (int r = 0; r < 5; ++r) {
         std::vector<uint8_t> two(2 * w);
@@ -224,9 +224,9 @@ TEST(UpScale, HandWorkedTwoByTwoAndConstantPlanes) {
     const uint8_t src[] = {0, 16, 32, 48};
     uint8_t d[16];
     MT_UpScale4X_NEON(src, 2, 2, 2, 4, d);
-    const uint8_t want[16] = {0, 4, 12, 16,  //
-                              8, 12, 20, 24,  // (9*0 + 3*16 + 3*32 + 48 + 8) >> 4 = 12
-                              24, 28, 36, 40, //
+    const uint8_t want[16] = {0,  4,  12, 16,  //
+                              8,  12, 20, 24,  // (9*0 + 3*16 + 3*32 + 48 + 8) >> 4 = 12
+                              24, 28, 36, 40,  //
                               32, 36, 44, 48};
     EXPECT_EQ(0, memcmp(d, want, 16));
     std::vector<uint8_t> flat(30 * 7, 201), out(60 * 14, 0);
@@ -277,35 +277,38 @@ TEST(UpScaleError, PlainVectorAndBandsAgree) {
 TEST(Scaling, BadInputIsRefusedWithoutWriting) {
     std::vector<uint8_t> src(64, 9), dst(256, 1);
     tocra_test::ClearLog();
-    EXPECT_EQ(DownScaleX4_Neon_MT(nullptr, dst.data(), 8, 8, 8, 4), -998);
-    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 8, 8, 7, 4), -998);
-    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), -8, 8, 8, 4), -998);
-    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 8, 8, 8, 0), -998);
-    EXPECT_EQ(UpScaleError_Neon_MT(src.data(), nullptr, reinterpret_cast<int8_t*>(dst.data()), 8, 8, 8), -998);
-    EXPECT_EQ(UpScaleError_Neon_MT(src.data(), src.data(), reinterpret_cast<int8_t*>(dst.data()), 8, 8, 4), -998);
+    EXPECT_EQ(DownScaleX4_Neon_MT(nullptr, dst.data(), 8, 8, 8, 4), TOCRA_NULL_POINTER);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 8, 8, 7, 4), TOCRA_NULL_POINTER);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), -8, 8, 8, 4), TOCRA_NULL_POINTER);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 8, 8, 8, 0), TOCRA_NULL_POINTER);
+    EXPECT_EQ(UpScaleError_Neon_MT(src.data(), nullptr, reinterpret_cast<int8_t*>(dst.data()), 8, 8, 8),
+              TOCRA_NULL_POINTER);
+    EXPECT_EQ(UpScaleError_Neon_MT(src.data(), src.data(), reinterpret_cast<int8_t*>(dst.data()), 8, 8, 4),
+              TOCRA_NULL_POINTER);
     MT_UpScale4X_NEON(src.data(), 8, 8, 8, 15, dst.data());
     MT_UpScale4X_NEON(nullptr, 8, 8, 8, 16, dst.data());
     MT_UpScale4X_NEON(src.data(), -1, 8, 8, 16, dst.data());
     EXPECT_EQ(dst, std::vector<uint8_t>(256, 1));
     EXPECT_EQ(tocra_test::Log().size(), 9u);
-    EXPECT_TRUE(tocra_test::Logged(6, "MT_UpScale4X_NEON invalid input: width[8] height[8] srcStride[8] dstStride[15]\n"));
+    EXPECT_TRUE(
+        tocra_test::Logged(6, "MT_UpScale4X_NEON invalid input: width[8] height[8] srcStride[8] dstStride[15]\n"));
     // Nothing to do is not an error: no line, nothing written.
     tocra_test::ClearLog();
     MT_UpScale4X_NEON(src.data(), 0, 8, 8, 16, dst.data());
     MT_UpScale4X_NEON(src.data(), 8, 0, 8, 16, dst.data());
-    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 0, 8, 8, 4), 0);
-    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 8, 0, 8, 0), 0);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 0, 8, 8, 4), TOCRA_OK);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 8, 0, 8, 0), TOCRA_OK);
     EXPECT_EQ(UpScaleError_Neon_MT(src.data(), src.data(), reinterpret_cast<int8_t*>(dst.data()), 8, 0, 8), 0);
     EXPECT_EQ(tocra_test::Log().size(), 0u);
     EXPECT_EQ(dst, std::vector<uint8_t>(256, 1));
     // An output row of 4 bytes for a width of 9 (5 outputs) would leave the
     // destination on its last row.
-    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 4, 9, 9, 4), -998);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 4, 9, 9, 4), TOCRA_NULL_POINTER);
     Neon_DownScaleX4(src.data(), 2, 9, dst.data(), 9, 4);
     EXPECT_EQ(tocra_test::Log().size(), 2u);
     EXPECT_TRUE(tocra_test::Logged(6, "Neon_DownScaleX4 invalid input: width[9] rows[2] srcStride[9] dstStride[4]\n"));
     EXPECT_EQ(dst, std::vector<uint8_t>(256, 1));
-    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 4, 9, 9, 5), 0);
+    EXPECT_EQ(DownScaleX4_Neon_MT(src.data(), dst.data(), 4, 9, 9, 5), TOCRA_OK);
 }
 
 }  // namespace

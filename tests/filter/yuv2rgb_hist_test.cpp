@@ -79,17 +79,17 @@ TEST(Yuv2Rgb, PlainAndVectorBandsAgree) {
                     {
                         std::vector<uint8_t> out1(plane * 3, 0x77), out2 = out1;
                         std::vector<uint32_t> h1(768, 1), h2(768, 2);
-                        tocra::Yuv2RgbBand({y.data(), uv.data(), &out1[0], &out1[plane], &out1[2 * plane], stride,
-                                            uvStride},
-                                           h1.data(), w, rows, after, tocra::Yuv2RgbRow_C);
+                        tocra::Yuv2RgbBand(
+                            {y.data(), uv.data(), &out1[0], &out1[plane], &out1[2 * plane], stride, uvStride},
+                            h1.data(), w, rows, after, tocra::Yuv2RgbRow_C);
 #if defined(BRIMVEL_PLAIN_ONLY)
-                        tocra::Yuv2RgbBand({y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane], stride,
-                                            uvStride},
-                                           h2.data(), w, rows, after, tocra::Yuv2RgbRow_C);
+                        tocra::Yuv2RgbBand(
+                            {y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane], stride, uvStride},
+                            h2.data(), w, rows, after, tocra::Yuv2RgbRow_C);
 #else
-                        tocra::Yuv2RgbBand({y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane], stride,
-                                            uvStride},
-                                           h2.data(), w, rows, after, tocra::Yuv2RgbRow_NEON);
+                        tocra::Yuv2RgbBand(
+                            {y.data(), uv.data(), &out2[0], &out2[plane], &out2[2 * plane], stride, uvStride},
+                            h2.data(), w, rows, after, tocra::Yuv2RgbRow_NEON);
 #endif
                         ASSERT_EQ(out1, out2) << w << "x" << rows << " tight " << tight;
                         ASSERT_EQ(h1, h2) << w << "x" << rows << " tight " << tight;
@@ -263,8 +263,10 @@ TEST(Yuv2Rgb, EachBandOfOddHeightIsRefusedOnItsOwnWithAnOddWidth) {
     EXPECT_EQ(tocra_test::CountLogged(kRefused), 1);
     EXPECT_EQ(b, std::vector<uint8_t>(80, 1));
     EXPECT_EQ(set, std::vector<uint32_t>(4 * 768, 9));
-    EXPECT_EQ(YUV2RGB_LUTX4_NEON_MT(y.data(), nullptr, b.data(), g.data(), r.data(), set.data(), 4, 4, 16, 8), -998);
-    EXPECT_EQ(YUV2RGB_LUTX4_NEON_MT(y.data(), uv.data(), b.data(), g.data(), r.data(), set.data(), 4, 4, 7, 8), -998);
+    EXPECT_EQ(YUV2RGB_LUTX4_NEON_MT(y.data(), nullptr, b.data(), g.data(), r.data(), set.data(), 4, 4, 16, 8),
+              TOCRA_NULL_POINTER);
+    EXPECT_EQ(YUV2RGB_LUTX4_NEON_MT(y.data(), uv.data(), b.data(), g.data(), r.data(), set.data(), 4, 4, 7, 8),
+              TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "YUV2RGB_LUTX4_NEON_MT invalid input: width[4] rows[4] stride[8] uvStride[7]\n"));
     filter_test::StopPool();
 }
@@ -329,7 +331,7 @@ TEST(YuvHistApi, ResultLayoutRegionByRegion) {
     // Height a multiple of 8, so that every band of the down-scale is even.
     const int w = 52, h = 32, stride = 64;
     YuvRequest q(w, h, stride);
-    ASSERT_EQ(q.Run(), 0);
+    ASSERT_EQ(q.Run(), TOCRA_OK);
     const int w2 = w / 2, h2 = h / 2, s2 = 128;
     const size_t S = static_cast<size_t>(h2) * s2;
     const std::vector<uint8_t>& d = q.dest;
@@ -356,7 +358,8 @@ TEST(YuvHistApi, ResultLayoutRegionByRegion) {
             for (int c = 0; c < 3; ++c) {
                 const size_t base = (c + 1) * S;
                 const int m = (d[base + y * s2 + x] + d[base + y * s2 + x + 1] + d[base + (y + 1) * s2 + x] +
-                               d[base + (y + 1) * s2 + x + 1] + 2) >> 2;
+                               d[base + (y + 1) * s2 + x + 1] + 2) >>
+                              2;
                 for (int v = m; v < 256; ++v) ++cum[c][v];
             }
     for (int c = 0; c < 3; ++c)
@@ -396,7 +399,7 @@ TEST(YuvHistApi, ResultLayoutRegionByRegion) {
 
 TEST(YuvHistApi, FacesAreSmoothedOnA255Background) {
     YuvRequest q(128, 96, 128, 1, 100);
-    ASSERT_EQ(q.Run(), 0);
+    ASSERT_EQ(q.Run(), TOCRA_OK);
     EXPECT_TRUE(Logged(4, "BoxFilter BoxFiltering_neon start\n"));
     EXPECT_TRUE(Logged(4, "faceRect[0] = (4, 4), - (40, 40).\n"));
     EXPECT_EQ(q.map[10 * q.mapStride + 10], 100);  // deep inside the face
@@ -470,7 +473,8 @@ int ResultByDefinition(const std::vector<uint8_t>& frame, std::vector<uint8_t>& 
             ++refused;
             continue;
         }
-        if (k == 3 && (w2 & 1) && chroma + static_cast<size_t>(first + rows - 1) * stride + 2 * w2 + 1 >= frame.size()) {
+        if (k == 3 && (w2 & 1) &&
+            chroma + static_cast<size_t>(first + rows - 1) * stride + 2 * w2 + 1 >= frame.size()) {
             continue;
         }
         uint32_t* hist = &set[768 * k];  // B, G, R
@@ -515,7 +519,7 @@ TEST(YuvHistApi, OddAndSmallFramesGiveTheResultOfTheDefinition) {
         YuvRequest q(sz[0], sz[1], sz[2], 0, 100, true);
         std::vector<uint8_t> want = q.dest;
         const int refused = ResultByDefinition(q.frame, want, sz[0], sz[1], sz[2]);
-        ASSERT_EQ(q.Run(), 0);
+        ASSERT_EQ(q.Run(), TOCRA_OK);
         const std::string at = std::to_string(sz[0]) + "x" + std::to_string(sz[1]) + " stride " + std::to_string(sz[2]);
         EXPECT_EQ(tocra_test::CountLogged(kRefused), refused) << at;
         ASSERT_EQ(q.dest.size(), want.size());
@@ -533,7 +537,7 @@ TEST(YuvHistApi, HandWorkedFiveByThreeFrame) {
                                128, 128, 128, 128, 60, 70};
     ASSERT_EQ(q.frame.size(), 24u);
     memcpy(q.frame.data(), frame, 24);
-    ASSERT_EQ(q.Run(), 0);
+    ASSERT_EQ(q.Run(), TOCRA_OK);
     const std::vector<uint8_t>& d = q.dest;
     // Down-scale, one band of 3 rows: pairs (0, 1) and (2, 3), row 3 being
     // the chroma row; column 5 of a row is its padding byte.
@@ -562,7 +566,7 @@ TEST(YuvHistApi, HandWorkedFiveByThreeFrame) {
     // the frame: such a frame is refused.
     YuvRequest tight(5, 3, 5, 0, 100, true);
     const std::vector<uint8_t> before = tight.dest;
-    EXPECT_EQ(tight.Run(), -998);
+    EXPECT_EQ(tight.Run(), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxfilterYuv2RgbHist_TocraAPI invalid frame: width[5] height[3] stride[5]\n"));
     EXPECT_EQ(tight.dest, before);
 }
@@ -570,7 +574,7 @@ TEST(YuvHistApi, HandWorkedFiveByThreeFrame) {
 TEST(YuvHistApi, OddHalfSizeInBothDirectionsConvertsOnlyTheEvenBands) {
     // 50 x 38 gives 25 x 19: bands of 4, 4, 4 and 7 rows; the last refuses.
     YuvRequest q(50, 38, 64);
-    ASSERT_EQ(q.Run(), 0);
+    ASSERT_EQ(q.Run(), TOCRA_OK);
     EXPECT_EQ(tocra_test::CountLogged(kRefused), 1);
     EXPECT_TRUE(Logged(6, kRefused));
     const size_t S = 19 * 128;
@@ -586,7 +590,7 @@ TEST(YuvHistApi, OddHalfSizeInBothDirectionsConvertsOnlyTheEvenBands) {
     // 256 k): B gets luma bands 0 and 3, G band 1, R band 2, each plus the
     // last band's 2 pairs x 4 blocks.
     YuvRequest r(14, 26, 16, 0, 100, true);
-    ASSERT_EQ(r.Run(), 0);
+    ASSERT_EQ(r.Run(), TOCRA_OK);
     EXPECT_EQ(tocra_test::CountLogged(kRefused), 3);
     const size_t S2 = 13 * 128;
     EXPECT_EQ(U32(r.dest, 4 * S2 + 1024 + 4 * 255), 21u + 8u);        // R
@@ -595,7 +599,7 @@ TEST(YuvHistApi, OddHalfSizeInBothDirectionsConvertsOnlyTheEvenBands) {
     // Stride 14: the last chroma row's pair for column 7 (bytes 14, 15) lies
     // past the frame, so the last band is refused too.
     YuvRequest t(14, 26, 14, 0, 100, true);
-    ASSERT_EQ(t.Run(), 0);
+    ASSERT_EQ(t.Run(), TOCRA_OK);
     EXPECT_EQ(tocra_test::CountLogged(kRefused), 3);
     EXPECT_TRUE(Logged(6, tocra::kLastBandPastFrame));
     EXPECT_EQ(t.dest[S2 + 9 * 128], 0xC3);
@@ -607,7 +611,7 @@ TEST(YuvHistApi, APoolThatCannotStartAnswersMinus997) {
     const std::vector<uint8_t> dest = q.dest;
     {
         tocra_test::FailingThreadStarts failing({3});
-        EXPECT_EQ(q.Run(), -997);
+        EXPECT_EQ(q.Run(), TOCRA_THREAD_FAILED);
         EXPECT_EQ(failing.starts(), 3);
     }
     EXPECT_TRUE(Logged(6, "BoxFiltering_neon MultiThread_Init fail\n"));
@@ -626,7 +630,7 @@ TEST(YuvHistApi, EachHandleFailingInTurnAndBadSizes) {
             EXPECT_EQ(q.Run(), -997) << which;
             EXPECT_TRUE(Logged(4, "BoxfilterYuv2RgbHist convert addr pointer error\n"));
         } else {
-            EXPECT_EQ(q.Run(), -998);
+            EXPECT_EQ(q.Run(), TOCRA_NULL_POINTER);
             EXPECT_TRUE(Logged(6, "BoxFilter BoxFiltering_neon error -998\n"));
             filter_test::StopPool();
         }
@@ -640,20 +644,20 @@ TEST(YuvHistApi, EachHandleFailingInTurnAndBadSizes) {
         q.p.height = f[1];
         q.p.stride = f[2];
         const std::vector<uint8_t> dest = q.dest;
-        EXPECT_EQ(q.Run(), -998);
+        EXPECT_EQ(q.Run(), TOCRA_NULL_POINTER);
         EXPECT_TRUE(Logged(6, "BoxfilterYuv2RgbHist_TocraAPI invalid frame: width[" + std::to_string(f[0]) +
                                   "] height[" + std::to_string(f[1]) + "] stride[" + std::to_string(f[2]) + "]\n"));
         EXPECT_EQ(q.dest, dest);
     }
     YuvRequest q(64, 48, 64);
     q.p.faceNum = -1;
-    EXPECT_EQ(q.Run(), -998);
+    EXPECT_EQ(q.Run(), TOCRA_NULL_POINTER);
     q.p.faceNum = 0;
     q.p.mapHeight = 0;
-    EXPECT_EQ(q.Run(), -998);
+    EXPECT_EQ(q.Run(), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxfilterYuv2RgbHist_TocraAPI invalid map: width[32] height[0] face_num[0]\n"));
     tocra_test::ClearLog();
-    EXPECT_EQ(BoxfilterYuv2RgbHist_TocraAPI(nullptr), -998);
+    EXPECT_EQ(BoxfilterYuv2RgbHist_TocraAPI(nullptr), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "BoxfilterYuv2RgbHist_TocraAPI null request\n"));
     DownScaleYuv2RgbHist_Neon(q.frame.data(), q.dest.data(), 64, 48, 32);
     EXPECT_TRUE(Logged(6, "DownScaleYuv2RgbHist_Neon invalid input: width[64] height[48] stride[32]\n"));

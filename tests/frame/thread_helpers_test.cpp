@@ -16,14 +16,14 @@ TEST(ImgDataCopy, LastHeightModFourRowsAreNotCopied) {
     const int pitch = 64, height = 1083;
     std::vector<uint8_t> src = tocra_test::RandomBytes(pitch * height, 1);
     std::vector<uint8_t> dst(pitch * height, 0xEE);
-    EXPECT_EQ(imgDataCopy(src.data(), dst.data(), pitch, height, pitch), 0);
+    EXPECT_EQ(imgDataCopy(src.data(), dst.data(), pitch, height, pitch), TOCRA_OK);
     EXPECT_EQ(memcmp(src.data(), dst.data(), pitch * 1080), 0);
     for (int i = pitch * 1080; i < pitch * height; ++i) ASSERT_EQ(dst[i], 0xEE);
 }
 
 TEST(ImgDataCopy, HeightBelowFourCopiesNothing) {
     std::vector<uint8_t> src(3 * 16, 1), dst(3 * 16, 0);
-    EXPECT_EQ(imgDataCopy(src.data(), dst.data(), 16, 3, 16), 0);
+    EXPECT_EQ(imgDataCopy(src.data(), dst.data(), 16, 3, 16), TOCRA_OK);
     for (uint8_t v : dst) ASSERT_EQ(v, 0);
 }
 
@@ -33,7 +33,7 @@ TEST(ImgDataCopy, EachRowCopiesTheSmallerPitch) {
         const int sp = pitches.first, dp = pitches.second;
         std::vector<uint8_t> src = tocra_test::RandomBytes(sp * h, 2);
         std::vector<uint8_t> dst(dp * h, 0xEE);
-        EXPECT_EQ(imgDataCopy(src.data(), dst.data(), sp, h, dp), 0);
+        EXPECT_EQ(imgDataCopy(src.data(), dst.data(), sp, h, dp), TOCRA_OK);
         for (int r = 0; r < h; ++r) {
             ASSERT_EQ(memcmp(&src[r * sp], &dst[r * dp], 1920), 0) << r;
             for (int c = 1920; c < dp; ++c) ASSERT_EQ(dst[r * dp + c], 0xEE);
@@ -56,10 +56,8 @@ TEST(ImgDataCopy, AFailedStartIsLoggedAndItsBandIsCopiedByNobody) {
         int status;
         const char* rows;
     };
-    const Case cases[] = {{{2}, 0, "11001111"},
-                          {{1, 3}, 0, "00110011"},
-                          {{4}, -997, "11111100"},
-                          {{1, 2, 3, 4}, -997, "00000000"}};
+    const Case cases[] = {
+        {{2}, 0, "11001111"}, {{1, 3}, 0, "00110011"}, {{4}, -997, "11111100"}, {{1, 2, 3, 4}, -997, "00000000"}};
     for (const Case& c : cases) {
         std::vector<uint8_t> dst(pitch * h, 0xEE);
         tocra_test::ClearLog();
@@ -129,7 +127,8 @@ TEST(CreateThreadLock, JoinsEveryThreadBeforeReturning) {
 TEST(CreateThreadUnlock, ReturnsWithoutWaitingAndThreadsStillFinish) {
     Seen seen;
     EXPECT_EQ(create_thread_unlock(ExitEarly, &seen, 3), 0);
-    for (int i = 0; i < 2000 && seen.finished.load() < 3; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    for (int i = 0; i < 2000 && seen.finished.load() < 3; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     EXPECT_EQ(seen.finished.load(), 3);
     // Give the detached threads time to release their records.
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -159,7 +158,8 @@ TEST(CreateThreadUnlock, AFailedStartAnswersMinusOneAndTheStartedThreadsFinish) 
         EXPECT_EQ(failing.starts(), 2);
     }
     EXPECT_TRUE(tocra_test::Logged(6, "Thread Create Failed!"));
-    for (int i = 0; i < 2000 && seen.finished.load() < 1; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    for (int i = 0; i < 2000 && seen.finished.load() < 1; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_EQ(seen.finished.load(), 1);
 }
@@ -181,12 +181,12 @@ namespace {
 TEST(ThreadHelpers, NullArgumentsAreRefusedOnlyWhereTheyWouldBeUsed) {
     uint8_t buf[16] = {0};
     tocra_test::ClearLog();
-    EXPECT_EQ(imgDataCopy(nullptr, buf, 4, 4, 4), -998);
+    EXPECT_EQ(imgDataCopy(nullptr, buf, 4, 4, 4), TOCRA_NULL_POINTER);
     EXPECT_TRUE(tocra_test::Logged(6, "imgDataCopy invalid input: null plane\n"));
-    EXPECT_EQ(imgDataCopy(buf, nullptr, 4, 4, 4), -998);
+    EXPECT_EQ(imgDataCopy(buf, nullptr, 4, 4, 4), TOCRA_NULL_POINTER);
     // Nothing to copy: no whole band (height 3), or no byte per row.
-    EXPECT_EQ(imgDataCopy(nullptr, nullptr, 4, 3, 4), 0);
-    EXPECT_EQ(imgDataCopy(nullptr, buf, 0, 8, 4), 0);
+    EXPECT_EQ(imgDataCopy(nullptr, nullptr, 4, 3, 4), TOCRA_OK);
+    EXPECT_EQ(imgDataCopy(nullptr, buf, 0, 8, 4), TOCRA_OK);
 
     tocra_test::ClearLog();
     EXPECT_EQ(MultiThreadDataCopy(nullptr), nullptr);

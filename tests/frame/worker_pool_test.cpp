@@ -20,7 +20,7 @@ std::string DestroyLines(int workers) {
 
 TEST(WorkerPool, ZeroWorkersStartsAndStopsNothing) {
     std::string out = tocra_test::CaptureStdout([] {
-        EXPECT_EQ(MultiThread_Init(0), 0);
+        EXPECT_EQ(MultiThread_Init(0), TOCRA_OK);
         MultiThread_destory();
     });
     EXPECT_EQ(out, "");
@@ -48,7 +48,7 @@ TEST(WorkerPool, AFailedThreadStartAnswersMinusOne) {
     // two workers left running and starts afresh.
     out = tocra_test::CaptureStdout([] {
         MultiThread_destory();
-        ASSERT_EQ(MultiThread_Init(2), 0);
+        ASSERT_EQ(MultiThread_Init(2), TOCRA_OK);
         MultiThread_destory();
     });
     EXPECT_EQ(out, DestroyLines(2));
@@ -75,17 +75,17 @@ void SlowBand(void* p, int index) {
 
 TEST(WorkerPool, FourBandsAllCompleteBeforeTheLastClean) {
     std::string out = tocra_test::CaptureStdout([] {
-        ASSERT_EQ(MultiThread_Init(4), 0);
+        ASSERT_EQ(MultiThread_Init(4), TOCRA_OK);
         for (int round = 0; round < 3; ++round) {
             BandRecord rec;
             BandArg args[4];
             for (int i = 0; i < 4; ++i) {
                 args[i] = {&rec, i};
-                ASSERT_EQ(MultiThread_wait(i), 0);
+                ASSERT_EQ(MultiThread_wait(i), TOCRA_OK);
                 MultiThread_set(i, SlowBand, &args[i]);
-                ASSERT_EQ(MultiThread_post(i), 0);
+                ASSERT_EQ(MultiThread_post(i), TOCRA_OK);
             }
-            for (int i = 0; i < 4; ++i) EXPECT_EQ(MultiThread_clean(i), 0);
+            for (int i = 0; i < 4; ++i) EXPECT_EQ(MultiThread_clean(i), TOCRA_OK);
             EXPECT_EQ(rec.done.load(), 4);
             for (int i = 0; i < 4; ++i) EXPECT_EQ(rec.slotSeen[i], i);
         }
@@ -114,9 +114,9 @@ void OtherJob(void*, int) { ++g_otherCalls; }
 
 TEST(WorkerPool, TrySetOnABusySlotFailsAndLeavesTheJob) {
     tocra_test::CaptureStdout([] {
-        ASSERT_EQ(MultiThread_Init(2), 0);
+        ASSERT_EQ(MultiThread_Init(2), TOCRA_OK);
         Gate gate;
-        ASSERT_EQ(MultiThread_wait(1), 0);
+        ASSERT_EQ(MultiThread_wait(1), TOCRA_OK);
         MultiThread_set(1, GatedJob, &gate);
         MultiThread_post(1);
         {
@@ -124,18 +124,18 @@ TEST(WorkerPool, TrySetOnABusySlotFailsAndLeavesTheJob) {
             gate.cv.wait(lock, [&] { return gate.entered; });
         }
         g_otherCalls = 0;
-        EXPECT_EQ(MultiThread_trySet(1, OtherJob, nullptr), -1);
+        EXPECT_EQ(MultiThread_trySet(1, OtherJob, nullptr), TOCRA_POOL_FAILED);
         {
             std::lock_guard<std::mutex> lock(gate.m);
             gate.open = true;
         }
         gate.cv.notify_all();
         // The running job was not replaced: posting again reruns the gated job.
-        EXPECT_EQ(MultiThread_wait(1), 0);
-        EXPECT_EQ(MultiThread_post_lock(1), 0);
+        EXPECT_EQ(MultiThread_wait(1), TOCRA_OK);
+        EXPECT_EQ(MultiThread_post_lock(1), TOCRA_OK);
         EXPECT_EQ(g_otherCalls, 0);
         // The slot is free again: trySet takes it.
-        EXPECT_EQ(MultiThread_trySet(1, OtherJob, nullptr), 0);
+        EXPECT_EQ(MultiThread_trySet(1, OtherJob, nullptr), TOCRA_OK);
         MultiThread_post(1);
         MultiThread_clean(1);
         EXPECT_EQ(g_otherCalls, 1);
@@ -146,7 +146,7 @@ TEST(WorkerPool, TrySetOnABusySlotFailsAndLeavesTheJob) {
 
 TEST(WorkerPool, PostWithoutCallbackPrintsBadParameterAndWorkerSurvives) {
     std::string out = tocra_test::CaptureStdout([] {
-        ASSERT_EQ(MultiThread_Init(1), 0);
+        ASSERT_EQ(MultiThread_Init(1), TOCRA_OK);
         MultiThread_wait(0);
         MultiThread_post(0);  // no callback set
         // The worker posts its done token before printing; wait for the line.
@@ -165,11 +165,11 @@ TEST(WorkerPool, PostWithoutCallbackPrintsBadParameterAndWorkerSurvives) {
 
 TEST(WorkerPool, PostLockRunsTheJobAndFreesTheSlot) {
     tocra_test::CaptureStdout([] {
-        ASSERT_EQ(MultiThread_Init(3), 0);
+        ASSERT_EQ(MultiThread_Init(3), TOCRA_OK);
         g_otherCalls = 0;
         MultiThread_wait(2);
         MultiThread_set(2, OtherJob, nullptr);
-        EXPECT_EQ(MultiThread_post_lock(2), 0);
+        EXPECT_EQ(MultiThread_post_lock(2), TOCRA_OK);
         EXPECT_EQ(g_otherCalls, 1);
         EXPECT_EQ(MultiThread_trySet(2, OtherJob, nullptr), 0);  // free after post_lock
         MultiThread_post(2);
@@ -181,11 +181,11 @@ TEST(WorkerPool, PostLockRunsTheJobAndFreesTheSlot) {
 
 TEST(WorkerPool, SecondDestroyAndUnstartedSlotsAreHarmless) {
     std::string out = tocra_test::CaptureStdout([] {
-        ASSERT_EQ(MultiThread_Init(2), 0);
+        ASSERT_EQ(MultiThread_Init(2), TOCRA_OK);
         EXPECT_EQ(MultiThread_wait(5), -1);  // beyond the started workers
-        EXPECT_EQ(MultiThread_post(-1), -1);
-        EXPECT_EQ(MultiThread_clean(8), -1);
-        EXPECT_EQ(MultiThread_trySet(3, OtherJob, nullptr), -1);
+        EXPECT_EQ(MultiThread_post(-1), TOCRA_POOL_FAILED);
+        EXPECT_EQ(MultiThread_clean(8), TOCRA_POOL_FAILED);
+        EXPECT_EQ(MultiThread_trySet(3, OtherJob, nullptr), TOCRA_POOL_FAILED);
         MultiThread_set(7, OtherJob, nullptr);
         MultiThread_destory();
         MultiThread_destory();
@@ -197,8 +197,8 @@ TEST(WorkerPool, RestartOverWorkersLeftRunning) {
     // An error path may return with the pool still started; the next start
     // must not reinitialise live workers' semaphores.
     tocra_test::CaptureStdout([] {
-        ASSERT_EQ(MultiThread_Init(4), 0);
-        ASSERT_EQ(MultiThread_Init(4), 0);
+        ASSERT_EQ(MultiThread_Init(4), TOCRA_OK);
+        ASSERT_EQ(MultiThread_Init(4), TOCRA_OK);
         g_otherCalls = 0;
         for (int i = 0; i < 4; ++i) {
             MultiThread_wait(i);
@@ -219,7 +219,7 @@ void AddBand(void* p, int index) {
 TEST(WorkerPool, ManyStagesInARow) {
     tocra_test::CaptureStdout([] {
         for (int round = 0; round < 25; ++round) {
-            ASSERT_EQ(MultiThread_Init(4), 0);
+            ASSERT_EQ(MultiThread_Init(4), TOCRA_OK);
             int sums[4] = {0, 0, 0, 0};
             for (int i = 0; i < 4; ++i) {
                 MultiThread_wait(i);

@@ -120,7 +120,9 @@ int ModelStr(const Call& c, std::vector<uint8_t>& m) {
             copy(step);
             dst[0] = 0;
             return 182;
-        case kNul: copy(len + 1); return 0;
+        case kNul:
+            copy(len + 1);
+            return 0;
         case kRoom:
             copy(c.dstSize);
             dst[0] = 0;
@@ -140,10 +142,14 @@ int Run(const Call& c, uint8_t* block) {
     void* dst = c.dstNull ? nullptr : block + c.dst;
     const void* src = c.srcNull ? nullptr : block + c.src;
     switch (c.op) {
-        case 0: return memcpy_s(dst, c.dstSize, src, c.count);
-        case 1: return memmove_s(dst, c.dstSize, src, c.count);
-        case 2: return memset_s(dst, c.dstSize, c.value, c.count);
-        case 3: return strcpy_s(static_cast<char*>(dst), c.dstSize, static_cast<const char*>(src));
+        case 0:
+            return memcpy_s(dst, c.dstSize, src, c.count);
+        case 1:
+            return memmove_s(dst, c.dstSize, src, c.count);
+        case 2:
+            return memset_s(dst, c.dstSize, c.value, c.count);
+        case 3:
+            return strcpy_s(static_cast<char*>(dst), c.dstSize, static_cast<const char*>(src));
         default:
             return strncpy_s(static_cast<char*>(dst), c.dstSize, static_cast<const char*>(src), c.count);
     }
@@ -177,9 +183,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         c.dst = kGuard + r.u16() % kWork;
         c.dstSize = (flags & 0xC0) == 0xC0 ? OddSize(r.u8()) : 1 + r.u16() % (kGuard + kWork - c.dst);
         switch (r.u8() % 4) {
-            case 0: c.count = OddSize(r.u8()); break;
-            case 1: c.count = c.dstSize; break;
-            default: c.count = r.u16() % (kWork + 16); break;
+            case 0:
+                c.count = OddSize(r.u8());
+                break;
+            case 1:
+                c.count = c.dstSize;
+                break;
+            default:
+                c.count = r.u16() % (kWork + 16);
+                break;
         }
         c.value = static_cast<int8_t>(r.u8());
         // Any source whose count bytes stay in the block (strings stop at
@@ -193,9 +205,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const int want = (c.op <= 2) ? ModelMem(c, model) : ModelStr(c, model);
         const int got = Run(c, block);
         if (got != want || memcmp(model.data(), block, kBlock) != 0) {
-            fprintf(stderr, "op %d dst %zu%s dstSize %zu src %zu%s count %zu value %d: got %d want %d\n", c.op,
-                    c.dst, c.dstNull ? " (null)" : "", c.dstSize, c.src, c.srcNull ? " (null)" : "", c.count,
-                    c.value, got, want);
+            fprintf(stderr, "op %d dst %zu%s dstSize %zu src %zu%s count %zu value %d: got %d want %d\n", c.op, c.dst,
+                    c.dstNull ? " (null)" : "", c.dstSize, c.src, c.srcNull ? " (null)" : "", c.count, c.value, got,
+                    want);
             for (size_t k = 0; k < kBlock; ++k) {
                 if (model[k] != block[k]) fprintf(stderr, "  byte %zu: got %d want %d\n", k, block[k], model[k]);
             }

@@ -192,10 +192,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const uint8_t pick = r.next();
         if (pick < 40) {  // plain pieces
             switch (pick % 8) {
-                case 0: format += ' '; break;
-                case 1: format += '\t'; break;
-                case 2: format += "%%"; break;
-                case 3: format += "%y"; break;  // unknown: stops the scan
+                case 0:
+                    format += ' ';
+                    break;
+                case 1:
+                    format += '\t';
+                    break;
+                case 2:
+                    format += "%%";
+                    break;
+                case 3:
+                    format += "%y";
+                    break;  // unknown: stops the scan
                 default: {
                     const char c = static_cast<char>(r.next());
                     if (c == '%') {

@@ -15,7 +15,8 @@ namespace {
 struct Frame {
     std::vector<uint8_t> y, u, v;
     tagST_PIC pic{};
-    Frame(int w, int h, int pitch, int cpitch, bool nv12) : y(static_cast<size_t>(pitch) * h), u(static_cast<size_t>(cpitch) * (h / 2)) {
+    Frame(int w, int h, int pitch, int cpitch, bool nv12)
+        : y(static_cast<size_t>(pitch) * h), u(static_cast<size_t>(cpitch) * (h / 2)) {
         if (!nv12) v.resize(static_cast<size_t>(cpitch) * (h / 2));
         pic = {w, h, pitch, y.data(), u.data(), nv12 ? nullptr : v.data(), nv12 ? 0 : TOCRA_FORMAT_YUV420};
     }
@@ -52,18 +53,33 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         t.height = d[11] % 70;
     }
     switch (variant) {
-        case 0: AffineTransform_YUV420(&ref, &s, &t, H, &area, nullptr); break;
-        case 1: AffineTransform_NV12(&ref, &s, &t, H, &area, nullptr); break;
-        case 2: AffineTransform_neon_YUV420(&ref, &s, &t, H, &area, table.data()); break;
-        case 3: AffineTransform_neon_Stride_YUV420(&ref, &s, &t, H, &area, table.data()); break;
-        case 4: AffineTransform_neon_NV12(&ref, &s, &t, H, &area, table.data()); break;
-        case 5: AffineTransform_neon(&ref, &s, &t, H, &area, table.data()); break;
-        case 6: AffineTransform(&ref, &s, &t, H, &area, nullptr); break;
+        case 0:
+            AffineTransform_YUV420(&ref, &s, &t, H, &area, nullptr);
+            break;
+        case 1:
+            AffineTransform_NV12(&ref, &s, &t, H, &area, nullptr);
+            break;
+        case 2:
+            AffineTransform_neon_YUV420(&ref, &s, &t, H, &area, table.data());
+            break;
+        case 3:
+            AffineTransform_neon_Stride_YUV420(&ref, &s, &t, H, &area, table.data());
+            break;
+        case 4:
+            AffineTransform_neon_NV12(&ref, &s, &t, H, &area, table.data());
+            break;
+        case 5:
+            AffineTransform_neon(&ref, &s, &t, H, &area, table.data());
+            break;
+        case 6:
+            AffineTransform(&ref, &s, &t, H, &area, nullptr);
+            break;
         case 7:
             if (nv12) {
                 ((d[8] & 2) ? FillBlank_neon_NV12 : FillBlank_NV12)(&t, &s, area.x, area.y, area.width, area.height);
             } else {
-                ((d[8] & 2) ? FillBlank_neon_YUV420 : FillBlank_YUV420)(&t, &s, area.x, area.y, area.width, area.height);
+                ((d[8] & 2) ? FillBlank_neon_YUV420 : FillBlank_YUV420)(&t, &s, area.x, area.y, area.width,
+                                                                        area.height);
             }
             break;
         case 8:

@@ -61,7 +61,7 @@ TEST(BriefIntegralRow, PlainAndNeonGiveTheSameEntries) {
 TEST(BriefOrder, BandThenRowThenIndex) {
     auto at = [](int px, int py) { return tagST_KEYPOINT{px * 64, py * 64, 0}; };
     const int b = tocra::kBriefBandColumns;
-    const std::vector<tagST_KEYPOINT> kps = {at(b + 40, 30), at(40, 500), at(40, 30), at(b - 1, 30),
+    const std::vector<tagST_KEYPOINT> kps = {at(b + 40, 30), at(40, 500), at(40, 30),       at(b - 1, 30),
                                              at(b, 29),      at(40, 30),  at(2 * b + 3, 28)};
     std::vector<tocra::BriefSlot> slots(kps.size());
     tocra::BriefOrderKeypoints(kps.data(), int(kps.size()), slots.data());
@@ -135,14 +135,14 @@ std::vector<tagST_KEYPOINT> Anywhere(int count, int w, int h, uint32_t seed) {
         memcpy(&a, &r[8 * i], 4);
         memcpy(&b, &r[8 * i + 4], 4);
         // Centre c comes from 64 * c - 32 .. 64 * c + 31.
-        k[i] = {int32_t(64 * x0 + a % uint32_t(64 * (x1 - x0) + 32)), int32_t(64 * y0 + b % uint32_t(64 * (y1 - y0) + 32)),
-                0x5A5A5A5Au};
+        k[i] = {int32_t(64 * x0 + a % uint32_t(64 * (x1 - x0) + 32)),
+                int32_t(64 * y0 + b % uint32_t(64 * (y1 - y0) + 32)), 0x5A5A5A5Au};
     }
     return k;
 }
 
 void ExpectWholeFrameBytes(Call& c) {
-    ASSERT_EQ(c.Run(), 0);
+    ASSERT_EQ(c.Run(), TOCRA_OK);
     const std::vector<uint8_t> want = WholeFrame(c.image, c.w, c.h, c.stride, c.kps);
     for (size_t i = 0; i < c.kps.size(); ++i) {
         ASSERT_EQ(memcmp(c.desc.data() + 64 * i, want.data() + 64 * i, 64), 0) << "keypoint " << i;
@@ -219,7 +219,7 @@ TEST(BriefStrips, NegativeCountIsAnEmptyCall) {
     Call none(100, 100, 100, {}, 4);
     none.req.width = 0;
     none.req.stride = -3;
-    EXPECT_EQ(none.Run(), 0);
+    EXPECT_EQ(none.Run(), TOCRA_OK);
 }
 
 }  // namespace

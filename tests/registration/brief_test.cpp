@@ -261,8 +261,8 @@ TEST(BriefSplit, FourWorkersMatchOneCallForEveryCount) {
         GenerateDiscriptor_Brief(s.data(), &f1, w + 1);
         ST_IMAGEFEATURES f4 = {kps.data(), four.data(), count};
         tocra_test::CaptureStdout([&] {
-            ASSERT_EQ(MultiThread_Init(4), 0);
-            EXPECT_EQ(GenerateDiscriptor_Brief_MT(&f4, s.data(), w + 1), 0);
+            ASSERT_EQ(MultiThread_Init(4), TOCRA_OK);
+            EXPECT_EQ(GenerateDiscriptor_Brief_MT(&f4, s.data(), w + 1), TOCRA_OK);
             MultiThread_destory();
         });
         EXPECT_EQ(one, four);
@@ -348,7 +348,7 @@ TEST(GetBriefDescriptors, DescriptorsMatchTheReferenceAndAreFlushed) {
     BriefCall c(37);
     tocra_test::ClearFlushes();
     tocra_test::ClearLog();
-    ASSERT_EQ(c.Run(), 0);
+    ASSERT_EQ(c.Run(), TOCRA_OK);
     const std::vector<int64_t> s = Integral(c.image.data(), c.w, c.h, c.stride);
     for (int i = 0; i < 37; ++i) {
         const std::vector<uint8_t> ref = Reference(s, c.w, c.kps[i]);
@@ -362,7 +362,7 @@ TEST(GetBriefDescriptors, DescriptorsMatchTheReferenceAndAreFlushed) {
 
 TEST(GetBriefDescriptors, FewerThanFourAndNoKeypoints) {
     BriefCall three(3, 5);
-    ASSERT_EQ(three.Run(), 0);
+    ASSERT_EQ(three.Run(), TOCRA_OK);
     const std::vector<int64_t> s = Integral(three.image.data(), three.w, three.h, three.stride);
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(memcmp(three.desc.data() + 64 * i, Reference(s, three.w, three.kps[i]).data(), 64), 0);
@@ -370,7 +370,7 @@ TEST(GetBriefDescriptors, FewerThanFourAndNoKeypoints) {
 
     BriefCall none(0);
     tocra_test::ClearFlushes();
-    EXPECT_EQ(none.Run(), 0);
+    EXPECT_EQ(none.Run(), TOCRA_OK);
     EXPECT_TRUE(none.Untouched());
     EXPECT_TRUE(tocra_test::Flushed(none.desc.data(), 0));
 }
@@ -382,7 +382,7 @@ TEST(GetBriefDescriptors, HalfPixelRoundingOfKeypoints) {
     c.kps[1] = {64 * px, 64 * py + 31, 0};
     c.kps[2] = {64 * px + 32, 64 * py, 0};
     c.kps[3] = {64 * (px + 1), 64 * py, 0};
-    ASSERT_EQ(c.Run(), 0);
+    ASSERT_EQ(c.Run(), TOCRA_OK);
     const std::vector<int64_t> s = Integral(c.image.data(), c.w, c.h, c.stride);
     const std::vector<uint8_t> at = Reference(s, c.w, {64 * px, 64 * py, 0});
     EXPECT_EQ(memcmp(c.desc.data(), at.data(), 64), 0);
@@ -393,23 +393,23 @@ TEST(GetBriefDescriptors, HalfPixelRoundingOfKeypoints) {
 
 TEST(GetBriefDescriptors, NullRequestAndFailedConversions) {
     tocra_test::ClearLog();
-    EXPECT_EQ(GetBrief_Descriptors_TocraAPI(nullptr), -998);
+    EXPECT_EQ(GetBrief_Descriptors_TocraAPI(nullptr), TOCRA_NULL_POINTER);
     EXPECT_TRUE(Logged(6, "GetBrief_Descriptors_TocraAPI request pointer is null\n"));
     for (int which = 0; which < 3; ++which) {
         SCOPED_TRACE(which);
         BriefCall c(5);
         c.table.Break(which == 0 ? c.req.hImage : which == 1 ? c.req.hKeyPoints : c.req.hDescriptors);
         tocra_test::ClearLog();
-        EXPECT_EQ(c.Run(), -998);
+        EXPECT_EQ(c.Run(), TOCRA_NULL_POINTER);
         EXPECT_TRUE(Logged(6, "GetBrief_Descriptors_TocraAPI FunConvert2Addr convert addr pointer error\n"));
         EXPECT_TRUE(c.Untouched());
     }
     // Handle 0 never converts.
     BriefCall c(5);
     c.req.hImage = 0;
-    EXPECT_EQ(c.Run(), -998);
+    EXPECT_EQ(c.Run(), TOCRA_NULL_POINTER);
     setIO2VAConverter(nullptr);  // no hook at all: every conversion fails
-    EXPECT_EQ(c.Run(), -998);
+    EXPECT_EQ(c.Run(), TOCRA_NULL_POINTER);
     EXPECT_TRUE(c.Untouched());
 }
 
@@ -417,8 +417,12 @@ TEST(GetBriefDescriptors, ImpossibleSizesAreRefused) {
     struct Case {
         int w, h, stride, count;
     };
-    const Case cases[] = {{0, 150, 256, 5},   {-200, 150, 256, 5}, {200, 0, 256, 5},        {200, -1, 256, 5},
-                          {200, 150, 199, 5}, {200, 150, -4, 5},
+    const Case cases[] = {{0, 150, 256, 5},
+                          {-200, 150, 256, 5},
+                          {200, 0, 256, 5},
+                          {200, -1, 256, 5},
+                          {200, 150, 199, 5},
+                          {200, 150, -4, 5},
                           {INT32_MAX, INT32_MAX, INT32_MAX, 5}};
     for (const Case& k : cases) {
         BriefCall c(5);
@@ -447,9 +451,9 @@ TEST(GetBriefDescriptors, KeypointsWhoseBoxesLeaveTheImageAreRefused) {
         bool ok;
     };
     const int w = 200, h = 150;
-    const Case cases[] = {{27, 27, true},         {26, 60, false},     {60, 26, false},    {w - 29, h - 29, true},
-                          {w - 28, 60, false},    {60, h - 28, false}, {-5000, 60, false}, {60, 1 << 20, false},
-                          {1 << 24, 1 << 24, false}};
+    const Case cases[] = {{27, 27, true},         {26, 60, false},      {60, 26, false},
+                          {w - 29, h - 29, true}, {w - 28, 60, false},  {60, h - 28, false},
+                          {-5000, 60, false},     {60, 1 << 20, false}, {1 << 24, 1 << 24, false}};
     for (const Case& k : cases) {
         BriefCall c(5);
         c.kps[3] = {k.px * 64, k.py * 64, 0};
@@ -466,7 +470,7 @@ TEST(GetBriefDescriptors, KeypointsWhoseBoxesLeaveTheImageAreRefused) {
     // 1/64 positions round before the check: 26.5 pixels is pixel 27.
     BriefCall c(5);
     c.kps[0] = {26 * 64 + 31, 27 * 64, 0};
-    EXPECT_EQ(c.Run(), -998);
+    EXPECT_EQ(c.Run(), TOCRA_NULL_POINTER);
     c.kps[0] = {26 * 64 + 32, 26 * 64 + 32, 0};
-    EXPECT_EQ(c.Run(), 0);
+    EXPECT_EQ(c.Run(), TOCRA_OK);
 }

@@ -48,13 +48,20 @@ lm_control_type Control() {
 
 std::vector<Problem> Problems() {
     std::vector<Problem> ps;
-    ps.push_back({"Rosenbrock", 2, 2, {-1.2f, 1.0f},
+    ps.push_back({"Rosenbrock",
+                  2,
+                  2,
+                  {-1.2f, 1.0f},
                   [](const double* x, double* f) {
                       f[0] = 10 * (x[1] - x[0] * x[0]);
                       f[1] = 1 - x[0];
                   },
-                  0.0, {1, 1}});
-    ps.push_back({"HelicalValley", 3, 3, {-1.0f, 0.0f, 0.0f},
+                  0.0,
+                  {1, 1}});
+    ps.push_back({"HelicalValley",
+                  3,
+                  3,
+                  {-1.0f, 0.0f, 0.0f},
                   [](const double* x, double* f) {
                       const double tpi = 8 * std::atan(1.0);
                       double th = std::atan(x[1] / x[0]) / tpi;
@@ -64,22 +71,35 @@ std::vector<Problem> Problems() {
                       f[1] = 10 * (std::sqrt(x[0] * x[0] + x[1] * x[1]) - 1);
                       f[2] = x[2];
                   },
-                  0.0, {1, 0, 0}});
-    ps.push_back({"PowellSingular", 4, 4, {3.0f, -1.0f, 0.0f, 1.0f},
+                  0.0,
+                  {1, 0, 0}});
+    ps.push_back({"PowellSingular",
+                  4,
+                  4,
+                  {3.0f, -1.0f, 0.0f, 1.0f},
                   [](const double* x, double* f) {
                       f[0] = x[0] + 10 * x[1];
                       f[1] = std::sqrt(5.0) * (x[2] - x[3]);
                       f[2] = (x[1] - 2 * x[2]) * (x[1] - 2 * x[2]);
                       f[3] = std::sqrt(10.0) * (x[0] - x[3]) * (x[0] - x[3]);
                   },
-                  0.0, {}, true});
-    ps.push_back({"FreudensteinRoth", 2, 2, {0.5f, -2.0f},
+                  0.0,
+                  {},
+                  true});
+    ps.push_back({"FreudensteinRoth",
+                  2,
+                  2,
+                  {0.5f, -2.0f},
                   [](const double* x, double* f) {
                       f[0] = -13 + x[0] + ((5 - x[1]) * x[1] - 2) * x[1];
                       f[1] = -29 + x[0] + ((x[1] + 1) * x[1] - 14) * x[1];
                   },
-                  48.98425367924, {11.4128, -0.896805}});
-    ps.push_back({"Bard", 15, 3, {1.0f, 1.0f, 1.0f},
+                  48.98425367924,
+                  {11.4128, -0.896805}});
+    ps.push_back({"Bard",
+                  15,
+                  3,
+                  {1.0f, 1.0f, 1.0f},
                   [](const double* x, double* f) {
                       static const double y[15] = {0.14, 0.18, 0.22, 0.25, 0.29, 0.32, 0.35, 0.39,
                                                    0.37, 0.58, 0.73, 0.96, 1.34, 2.10, 4.39};
@@ -88,16 +108,24 @@ std::vector<Problem> Problems() {
                           f[i] = y[i] - (x[0] + u / (v * x[1] + w * x[2]));
                       }
                   },
-                  8.21487730657e-3, {0.0824106, 1.13304, 2.34370}});
-    ps.push_back({"Box3D", 10, 3, {0.0f, 10.0f, 20.0f},
+                  8.21487730657e-3,
+                  {0.0824106, 1.13304, 2.34370}});
+    ps.push_back({"Box3D",
+                  10,
+                  3,
+                  {0.0f, 10.0f, 20.0f},
                   [](const double* x, double* f) {
                       for (int i = 0; i < 10; ++i) {
                           const double t = 0.1 * (i + 1);
                           f[i] = std::exp(-t * x[0]) - std::exp(-t * x[1]) - x[2] * (std::exp(-t) - std::exp(-10 * t));
                       }
                   },
-                  0.0, {}});
-    ps.push_back({"Osborne1", 33, 5, {0.5f, 1.5f, -1.0f, 0.01f, 0.02f},
+                  0.0,
+                  {}});
+    ps.push_back({"Osborne1",
+                  33,
+                  5,
+                  {0.5f, 1.5f, -1.0f, 0.01f, 0.02f},
                   [](const double* x, double* f) {
                       static const double y[33] = {0.844, 0.908, 0.932, 0.936, 0.925, 0.908, 0.881, 0.850, 0.818,
                                                    0.784, 0.751, 0.718, 0.685, 0.658, 0.628, 0.603, 0.580, 0.558,
@@ -108,19 +136,31 @@ std::vector<Problem> Problems() {
                           f[i] = y[i] - (x[0] + x[1] * std::exp(-t * x[3]) + x[2] * std::exp(-t * x[4]));
                       }
                   },
-                  5.46489469748e-5, {0.37541, 1.93585, -1.46469, 0.0128675, 0.0221227}});
-    ps.push_back({"Beale", 3, 2, {1.0f, 1.0f},
+                  5.46489469748e-5,
+                  {0.37541, 1.93585, -1.46469, 0.0128675, 0.0221227}});
+    ps.push_back({"Beale",
+                  3,
+                  2,
+                  {1.0f, 1.0f},
                   [](const double* x, double* f) {
                       static const double y[3] = {1.5, 2.25, 2.625};
                       for (int i = 0; i < 3; ++i) f[i] = y[i] - x[0] * (1 - std::pow(x[1], i + 1));
                   },
-                  0.0, {3, 0.5}});
-    ps.push_back({"JennrichSampson", 10, 2, {0.3f, 0.4f},
+                  0.0,
+                  {3, 0.5}});
+    ps.push_back({"JennrichSampson",
+                  10,
+                  2,
+                  {0.3f, 0.4f},
                   [](const double* x, double* f) {
                       for (int i = 1; i <= 10; ++i) f[i - 1] = 2 + 2 * i - (std::exp(i * x[0]) + std::exp(i * x[1]));
                   },
-                  124.362182355, {0.257825, 0.257825}});
-    ps.push_back({"KowalikOsborne", 11, 4, {0.25f, 0.39f, 0.415f, 0.39f},
+                  124.362182355,
+                  {0.257825, 0.257825}});
+    ps.push_back({"KowalikOsborne",
+                  11,
+                  4,
+                  {0.25f, 0.39f, 0.415f, 0.39f},
                   [](const double* x, double* f) {
                       static const double y[11] = {0.1957, 0.1947, 0.1735, 0.1600, 0.0844, 0.0627,
                                                    0.0456, 0.0342, 0.0323, 0.0235, 0.0246};
@@ -129,8 +169,12 @@ std::vector<Problem> Problems() {
                           f[i] = y[i] - x[0] * (u[i] * u[i] + u[i] * x[1]) / (u[i] * u[i] + u[i] * x[2] + x[3]);
                       }
                   },
-                  3.07505603849e-4, {0.192807, 0.191282, 0.123057, 0.136062}});
-    ps.push_back({"Gaussian", 15, 3, {0.4f, 1.0f, 0.0f},
+                  3.07505603849e-4,
+                  {0.192807, 0.191282, 0.123057, 0.136062}});
+    ps.push_back({"Gaussian",
+                  15,
+                  3,
+                  {0.4f, 1.0f, 0.0f},
                   [](const double* x, double* f) {
                       static const double y[15] = {0.0009, 0.0044, 0.0175, 0.0540, 0.1295, 0.2420, 0.3521, 0.3989,
                                                    0.3521, 0.2420, 0.1295, 0.0540, 0.0175, 0.0044, 0.0009};
@@ -139,7 +183,8 @@ std::vector<Problem> Problems() {
                           f[i] = x[0] * std::exp(-x[1] * d * d / 2) - y[i];
                       }
                   },
-                  1.12793276961e-8, {0.398956, 1.00002, 0.0}});
+                  1.12793276961e-8,
+                  {0.398956, 1.00002, 0.0}});
     return ps;
 }
 

@@ -19,7 +19,7 @@ Result Estimate(std::initializer_list<float> h, int W = 1920, int Hh = 1080) {
 }
 
 void ExpectArea(const Result& r, int x, int y, int w, int h) {
-    ASSERT_EQ(r.status, 0);
+    ASSERT_EQ(r.status, TOCRA_OK);
     EXPECT_EQ(r.area.x, x);
     EXPECT_EQ(r.area.y, y);
     EXPECT_EQ(r.area.width, w);
@@ -27,7 +27,7 @@ void ExpectArea(const Result& r, int x, int y, int w, int h) {
 }
 
 void ExpectRejected(const Result& r, const char* message) {
-    EXPECT_EQ(r.status, 3);
+    EXPECT_EQ(r.status, TOCRA_REG_REJECTED);
     EXPECT_TRUE(tocra_test::Logged(6, message)) << message;
     EXPECT_EQ(r.area.x, -7);  // untouched
     EXPECT_EQ(r.area.width, -7);
@@ -64,7 +64,7 @@ TEST(MotionEstimation, StrongPerspectiveIsIncorrect) {
     ExpectRejected(Estimate({1, 0, 0, 0, 1, 0, -0.0002f, 0, 1}), "IMG_REGISTRATION: Incorrect h!");
     ExpectRejected(Estimate({1, 0, 0, 0, 1, 0, 0, 0.0002f, 1}), "IMG_REGISTRATION: Incorrect h!");
     // 0.00005 is within the limit.
-    EXPECT_EQ(Estimate({1, 0, 0, 0, 1, 0, 0.00005f, 0, 1}).status, 0);
+    EXPECT_EQ(Estimate({1, 0, 0, 0, 1, 0, 0.00005f, 0, 1}).status, TOCRA_OK);
 }
 
 TEST(MotionEstimation, SingularAndNonFiniteMatricesEndInTheAreaError) {
@@ -108,9 +108,9 @@ TEST(MotionEstimation, AreaIsAlwaysInsideTheFrameAndAligned) {
     };
     int accepted = 0;
     for (int i = 0; i < 2000; ++i) {
-        Result r = Estimate({1 + rnd(0.05f), rnd(0.05f), rnd(150), rnd(0.05f), 1 + rnd(0.05f), rnd(150), rnd(5e-5f),
-                             rnd(5e-5f), 1},
-                            640 + 8 * static_cast<int>(s % 50), 480 + 8 * static_cast<int>((s >> 8) % 40));
+        Result r = Estimate(
+            {1 + rnd(0.05f), rnd(0.05f), rnd(150), rnd(0.05f), 1 + rnd(0.05f), rnd(150), rnd(5e-5f), rnd(5e-5f), 1},
+            640 + 8 * static_cast<int>(s % 50), 480 + 8 * static_cast<int>((s >> 8) % 40));
         if (r.status != 0) continue;
         ++accepted;
         EXPECT_GE(r.area.x, 0);
@@ -137,12 +137,12 @@ TEST(MotionEstimation, AreaFitsTheFrame) {
 
 TEST(ImgRegistrationQuery, SizeInUnsigned32BitArithmetic) {
     int size = 0, other = 7;
-    EXPECT_EQ(ImgRegistration_Query(&size, &other, 1920, 1080), 0);
+    EXPECT_EQ(ImgRegistration_Query(&size, &other, 1920, 1080), TOCRA_OK);
     EXPECT_EQ(size, (1920 * 1080 * 3 / 2 + 48) * 4);
     EXPECT_EQ(other, 0);
-    EXPECT_EQ(ImgRegistration_Query(&size, &other, 4000, 3000), 0);
+    EXPECT_EQ(ImgRegistration_Query(&size, &other, 4000, 3000), TOCRA_OK);
     EXPECT_EQ(size, (4000 * 3000 * 3 / 2 + 48) * 4);
-    EXPECT_EQ(ImgRegistration_Query(nullptr, &other, 64, 64), -998);
+    EXPECT_EQ(ImgRegistration_Query(nullptr, &other, 64, 64), TOCRA_NULL_POINTER);
 }
 
 // Pairs on a grid mapped by a translation (tx, ty): the refit recovers it.
@@ -182,12 +182,12 @@ TEST(ImgRegistration, PairCountFirstThenPairArraysThenMotionThenSlotAndPlanes) {
     // Too few pairs: 3, although nothing else is usable.
     in.matchPairs = {nullptr, nullptr, 4};
     tocra_test::ClearLog();
-    EXPECT_EQ(ImgRegistration(&in, &out, 1), 3);
+    EXPECT_EQ(ImgRegistration(&in, &out, 1), TOCRA_REG_REJECTED);
     EXPECT_TRUE(tocra_test::Logged(6, "Reg ImgRegistration: not enough keypoints = 4\n"));
     // Enough pairs, no arrays: refused before the refit.
     in.matchPairs.pointNum = 8;
     tocra_test::ClearLog();
-    EXPECT_EQ(ImgRegistration(&in, &out, 1), -998);
+    EXPECT_EQ(ImgRegistration(&in, &out, 1), TOCRA_NULL_POINTER);
     EXPECT_TRUE(tocra_test::Logged(6, "Reg ImgRegistration: matchPairs.pRefPoint is invalid\n"));
     // A motion of 40 columns on a 64-wide frame keeps less than half of it:
     // 3 before any plane (all null here) is looked at, whatever the slot.
@@ -204,15 +204,15 @@ TEST(ImgRegistration, PairCountFirstThenPairArraysThenMotionThenSlotAndPlanes) {
     in.matchPairs = near.Record();
     for (int k : {6, -1, 1000}) {
         tocra_test::ClearLog();
-        EXPECT_EQ(ImgRegistration(&in, &out, k), -998);
+        EXPECT_EQ(ImgRegistration(&in, &out, k), TOCRA_NULL_POINTER);
         EXPECT_TRUE(tocra_test::Logged(6, "Reg ImgRegistration: frame index " + std::to_string(k) + " out of range\n"));
     }
     RegFrame src(W, Hh, false, 3), dst(W, Hh, false, 9);
     in.srcPic = src.pic;
     out.outPic[2] = dst.pic;
     const char* names[6] = {"srcPic.pY", "srcPic.pU", "srcPic.pV", "outPic.pY", "outPic.pU", "outPic.pV"};
-    uint8_t** fields[6] = {&in.srcPic.pY, &in.srcPic.pU, &in.srcPic.pV, &out.outPic[2].pY, &out.outPic[2].pU,
-                           &out.outPic[2].pV};
+    uint8_t** fields[6] = {&in.srcPic.pY,     &in.srcPic.pU,     &in.srcPic.pV,
+                           &out.outPic[2].pY, &out.outPic[2].pU, &out.outPic[2].pV};
     for (int i = 0; i < 6; ++i) {
         uint8_t* keep = *fields[i];
         *fields[i] = nullptr;
@@ -228,9 +228,9 @@ TEST(ImgRegistration, PairCountFirstThenPairArraysThenMotionThenSlotAndPlanes) {
     RegFrame srcNv(W, Hh, true, 3), dstNv(W, Hh, true, 9);
     in.srcPic = srcNv.pic;
     out.outPic[2] = dstNv.pic;
-    EXPECT_EQ(ImgRegistration(&in, &out, 2), 0);
-    EXPECT_EQ(ImgRegistration(nullptr, &out, 1), -998);
-    EXPECT_EQ(ImgRegistration(&in, nullptr, 1), -998);
+    EXPECT_EQ(ImgRegistration(&in, &out, 2), TOCRA_OK);
+    EXPECT_EQ(ImgRegistration(nullptr, &out, 1), TOCRA_NULL_POINTER);
+    EXPECT_EQ(ImgRegistration(&in, nullptr, 1), TOCRA_NULL_POINTER);
 }
 
 TEST(ImgRegistration, SlotZeroIsWrittenLikeAnyOther) {
@@ -250,10 +250,10 @@ TEST(ImgRegistration, SlotZeroIsWrittenLikeAnyOther) {
         in.matchPairs = pairs.Record();
         out.outPic[0] = dst0.pic;
         out.outPic[1] = dst1.pic;
-        ASSERT_EQ(ImgRegistration(&in, &out, 1), 0);
+        ASSERT_EQ(ImgRegistration(&in, &out, 1), TOCRA_OK);
         const std::vector<uint8_t> untouched = RegFrame(W, Hh, nv12, 5).y;
         EXPECT_EQ(dst0.y, untouched);
-        ASSERT_EQ(ImgRegistration(&in, &out, 0), 0);
+        ASSERT_EQ(ImgRegistration(&in, &out, 0), TOCRA_OK);
         const tagST_REGISTRATION_AREA a = out.area;
         EXPECT_EQ(a.width, 56);
         EXPECT_EQ(a.height, 56);

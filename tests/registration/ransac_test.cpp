@@ -280,7 +280,7 @@ TEST(Refine, ImprovesAModelOnItsInliers) {
     std::vector<unsigned char> mask(60);
     float err;
     int count = tocra::FindInliers(&pairs, mask.data(), H, 160.0f, &err);
-    ASSERT_EQ(Refine(&pairs, mask.data(), H, 160.0f, &err, &count), 0);
+    ASSERT_EQ(Refine(&pairs, mask.data(), H, 160.0f, &err, &count), TOCRA_OK);
     EXPECT_LT(MaxCornerError(H, kTruth, 1000, 750), 0.5);
     float check;
     std::vector<unsigned char> mask2(60);
@@ -315,7 +315,7 @@ TEST(Refine, BadInputAnswersMinusOne) {
     // A count that disagrees with the mask cannot make the fit read past the
     // gathered pairs.
     count = 1000;
-    EXPECT_EQ(Refine(&pairs, mask, H, 1.0f, &err, &count), 0);
+    EXPECT_EQ(Refine(&pairs, mask, H, 1.0f, &err, &count), TOCRA_OK);
     EXPECT_EQ(count, 8);
 }
 
@@ -333,7 +333,7 @@ TEST(Refine, FitsTheFirstInlierCountGatheredPairs) {
     float H[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     float err = -1.0f;
     int count = 6;
-    ASSERT_EQ(Refine(&pairs, mask, H, 1.0f, &err, &count), 0);
+    ASSERT_EQ(Refine(&pairs, mask, H, 1.0f, &err, &count), TOCRA_OK);
     EXPECT_EQ(count, 6);
     EXPECT_LT(MaxCornerError(H, kTruth, 1000, 750), 0.01);
     const unsigned char expect[10] = {1, 1, 1, 1, 1, 1, 0, 0, 0, 0};
@@ -376,7 +376,7 @@ TEST(RansacEstimation, RecoversHomographyDespiteNoiseAndOutliers) {
     ASSERT_GT(300 - inliers, 60);  // about 30% gross outliers
 
     RansacRun r = RunRansac(p, kFirstPass);
-    ASSERT_EQ(r.ret, 0);
+    ASSERT_EQ(r.ret, TOCRA_OK);
     EXPECT_LT(MaxCornerError(r.H, kTruth, 1000, 750), 0.5);
 
     // Survivors: exactly the generated inliers, compacted in their order,
@@ -416,7 +416,7 @@ TEST(RansacEstimation, EqualInputsGiveEqualBytes) {
 TEST(RansacEstimation, TwoPassesAsTheEntryPointRunsThem) {
     const PairSet p = MakePairs(400, 1.0f, 30, 5);
     RansacRun r = RunRansac(p, kFirstPass);
-    ASSERT_EQ(r.ret, 0);
+    ASSERT_EQ(r.ret, TOCRA_OK);
     const float scale = 4.0f;
     for (float& v : r.ref) v *= scale;
     for (float& v : r.match) v *= scale;
@@ -424,7 +424,7 @@ TEST(RansacEstimation, TwoPassesAsTheEntryPointRunsThem) {
     second.ref.assign(r.ref.begin(), r.ref.begin() + 2 * r.pointNum);
     second.match.assign(r.match.begin(), r.match.begin() + 2 * r.pointNum);
     RansacRun r2 = RunRansac(second, {100, 80.0f, 0.9995f});
-    ASSERT_EQ(r2.ret, 0);
+    ASSERT_EQ(r2.ret, TOCRA_OK);
     EXPECT_GE(r2.pointNum, r.pointNum * 9 / 10);
     // The truth in full-frame coordinates: S * H * S^-1.
     float truth4[9];
@@ -440,7 +440,7 @@ TEST(RansacEstimation, AllInliersStopAtTheFirstAcceptance) {
     const PairSet p = MakePairs(50, 0.0f, 0, 8);
     tocra_test::ClearLog();
     RansacRun r = RunRansac(p, kFirstPass);
-    EXPECT_EQ(r.ret, 0);
+    EXPECT_EQ(r.ret, TOCRA_OK);
     EXPECT_EQ(r.pointNum, 50);
     EXPECT_EQ(r.ref, p.ref);
     EXPECT_TRUE(Logged(4, "ransac iteration count:0\n"));
@@ -457,7 +457,7 @@ TEST(RansacEstimation, IterationBudgetShrinksWithTheInlierRatio) {
     }
     tocra_test::ClearLog();
     RansacRun r = RunRansac(p, kFirstPass);
-    EXPECT_EQ(r.ret, 0);
+    EXPECT_EQ(r.ret, TOCRA_OK);
     EXPECT_EQ(r.pointNum, 90);
     EXPECT_TRUE(Logged(4, "ransac iteration count:7\n"));
     EXPECT_TRUE(Logged(4, "ransac find inliner count:90/100\n"));
@@ -474,7 +474,7 @@ TEST(RansacEstimation, ZeroIterationsReportFourAndCompactFromTheScratchMask) {
     float H[9];
     for (float& h : H) h = -7.0f;
     tocra_test::ClearLog();
-    EXPECT_EQ(RansacEstimation(&pairs, H, &params, scratch.data()), 0);
+    EXPECT_EQ(RansacEstimation(&pairs, H, &params, scratch.data()), TOCRA_OK);
     EXPECT_EQ(pairs.pointNum, 4);
     for (float h : H) EXPECT_EQ(h, -7.0f);
     EXPECT_EQ(ref[0], p.ref[6]);
@@ -497,7 +497,7 @@ TEST(RansacEstimation, ZeroIterationsWithFewerThanFourPairsReadOnlyThoseThatExis
         float H[9];
         for (float& h : H) h = -7.0f;
         tocra_test::ClearLog();
-        EXPECT_EQ(RansacEstimation(&pairs, H, &params, scratch.data()), 0);
+        EXPECT_EQ(RansacEstimation(&pairs, H, &params, scratch.data()), TOCRA_OK);
         EXPECT_EQ(pairs.pointNum, 4);
         EXPECT_EQ(ref, (std::vector<float>{1, 2, 5, 6, 5, 6}));
         EXPECT_EQ(match, (std::vector<float>{10, 20, 50, 60, 50, 60}));
@@ -514,7 +514,7 @@ TEST(RansacEstimation, ZeroIterationsWithFewerThanFourPairsReadOnlyThoseThatExis
     tagRANSAC_PARAMS none = {0, 80.0f, 0.9995f};
     float H[9] = {};
     tocra_test::ClearLog();
-    EXPECT_EQ(RansacEstimation(&single, H, &none, &oneMask), 0);
+    EXPECT_EQ(RansacEstimation(&single, H, &none, &oneMask), TOCRA_OK);
     EXPECT_EQ(single.pointNum, 4);
     EXPECT_EQ(one[0], 4.0f);
     EXPECT_TRUE(Logged(4, "ransac find inliner count:4/1\n"));
@@ -561,7 +561,7 @@ TEST(RansacEstimation, DistanceGateMixesEarlierReferenceWithLaterMatch) {
     }
     EXPECT_EQ(RunRansac(same, kFirstPass).ret, -1);
     RansacRun r = RunRansac(shifted, kFirstPass);
-    EXPECT_EQ(r.ret, 0);
+    EXPECT_EQ(r.ret, TOCRA_OK);
     EXPECT_EQ(r.pointNum, 6);
 }
 
@@ -597,16 +597,16 @@ TEST(RansacEstimation, NonFiniteParametersAndPointsDoNotTrap) {
     PairSet p = MakePairs(40, 0.5f, 20, 77);
     for (float conf : {NAN, -1.0f, 2.0f, INFINITY}) {
         RansacRun r = RunRansac(p, {100, 160.0f, conf});
-        EXPECT_EQ(r.ret, 0);
+        EXPECT_EQ(r.ret, TOCRA_OK);
     }
     RansacRun r = RunRansac(p, {100, NAN, 0.9995f});  // nothing is an inlier
-    EXPECT_EQ(r.ret, 0);
+    EXPECT_EQ(r.ret, TOCRA_OK);
     EXPECT_EQ(r.pointNum, 4);
     p.ref[6] = NAN;
     p.match[11] = INFINITY;
     p.ref[20] = 1e30f;
     r = RunRansac(p, kFirstPass);
-    EXPECT_EQ(r.ret, 0);
+    EXPECT_EQ(r.ret, TOCRA_OK);
 }
 
 // ---------------------------------------------------------------------------
@@ -618,7 +618,7 @@ TEST(RefineHomography, LeastSquaresOnAllPairs) {
     tagST_MATCH_PAIRS pairs = p.Record();
     float H[9] = {};
     std::vector<unsigned char> scratch(100 * 176 + 224);
-    EXPECT_EQ(RefineHomography(&pairs, H, scratch.data()), 0);
+    EXPECT_EQ(RefineHomography(&pairs, H, scratch.data()), TOCRA_OK);
     EXPECT_LT(MaxCornerError(H, kTruth, 1000, 750), 0.5);
 
     float keep[9];
@@ -648,7 +648,7 @@ TEST(HomographyEstimation, PrintsTheMeanReprojectionError) {
     int ret = 1;
     const std::string out =
         tocra_test::CaptureStdout([&] { ret = HomographyEstimation(&pairs, H, &params, scratch.data()); });
-    EXPECT_EQ(ret, 0);
+    EXPECT_EQ(ret, TOCRA_OK);
     EXPECT_EQ(pairs.pointNum, inliers);
     double mean = -1;
     int num = -1;

@@ -32,7 +32,8 @@ struct Scene {
     tagST_RANSAC_REGIS_REQUEST combined{};
     int wrong = 0;
 
-    explicit Scene(bool isNv12) : nv12(isNv12), ref(tocra_test::Render(Homography{{1, 0, 0, 0, 1, 0, 0, 0, 1}}, W, Hh, isNv12, 1, 0)) {
+    explicit Scene(bool isNv12)
+        : nv12(isNv12), ref(tocra_test::Render(Homography{{1, 0, 0, 0, 1, 0, 0, 0, 1}}, W, Hh, isNv12, 1, 0)) {
         table.Install();
         input.refPic = {W, Hh, 0, Add(ref.y), Add(ref.u), nv12 ? 0u : Add(ref.v), nv12 ? 0 : TOCRA_FORMAT_YUV420};
     }
@@ -53,8 +54,10 @@ struct Scene {
                 double u, v;
                 H.Map(x + 0.3, y + 0.6, &u, &v);
                 if (u < 4 || v < 4 || u > W - 4 || v > Hh - 4) continue;
-                refKeys.push_back({static_cast<int32_t>(std::lround((x + 0.3) * 64)), static_cast<int32_t>(std::lround((y + 0.6) * 64)), 0});
-                matchKeys.push_back({static_cast<int32_t>(std::lround(u * 64)), static_cast<int32_t>(std::lround(v * 64)), 0});
+                refKeys.push_back({static_cast<int32_t>(std::lround((x + 0.3) * 64)),
+                                   static_cast<int32_t>(std::lround((y + 0.6) * 64)), 0});
+                matchKeys.push_back(
+                    {static_cast<int32_t>(std::lround(u * 64)), static_cast<int32_t>(std::lround(v * 64)), 0});
             }
         }
         const int n = static_cast<int>(refKeys.size());
@@ -71,7 +74,7 @@ struct Scene {
         refPoints.assign(2 * n, -1.0f);
         matchPoints.assign(2 * n, -1.0f);
         ransac = {Add(refPoints), Add(matchPoints), n, Add(queryIdx), Add(trainIdx), Add(distance), n, 1, 0,
-                  Add(refKeys), Add(matchKeys)};
+                  Add(refKeys),   Add(matchKeys)};
         input.srcPic = {W, Hh, 0, Add(src->y), Add(src->u), nv12 ? 0u : Add(src->v), 0};
         input.framePairs[k - 1] = {ransac.refPointBuf, ransac.matchPointBuf, 0};
         output.outPic[k] = {W, Hh, 0, Add(out->y), Add(out->u), nv12 ? 0u : Add(out->v), 0};
@@ -114,7 +117,8 @@ void RunBurst(bool nv12) {
         char roi[128];
         snprintf(roi, sizeof roi, "Reg --RECT18--OUT ROI 2 = (%d, %d), - (%d, %d).\n", a.x, a.y, a.width, a.height);
         EXPECT_TRUE(tocra_test::Logged(4, roi));
-        EXPECT_TRUE(tocra_test::Logged(4, "=============Reg Registration_TocraAPI for frame_Indx = " + std::to_string(k) + " end"));
+        EXPECT_TRUE(tocra_test::Logged(
+            4, "=============Reg Registration_TocraAPI for frame_Indx = " + std::to_string(k) + " end"));
         EXPECT_GE(a.x, 0);
         EXPECT_GE(a.y, 0);
         EXPECT_LE(a.x + a.width, Scene::W);
@@ -175,7 +179,8 @@ TEST(RegistrationEndToEnd, AWholeFrameAreaFromFramesInOneBlockIsWarped) {
         EXPECT_EQ(a.height, Scene::Hh);
         double sum = 0;
         for (int r = 0; r < Scene::Hh; ++r)
-            for (int c = 0; c < Scene::W; ++c) sum += std::fabs(s.out->Y(c, r) - std::lround(tocra_test::Texture(c, r)));
+            for (int c = 0; c < Scene::W; ++c)
+                sum += std::fabs(s.out->Y(c, r) - std::lround(tocra_test::Texture(c, r)));
         EXPECT_LE(sum / (Scene::W * Scene::Hh), 2.0) << (nv12 ? "NV12" : "planar");
     }
 }
@@ -187,7 +192,7 @@ TEST(RegistrationEndToEnd, EqualInputsGiveEqualOutputs) {
     for (int run = 0; run < 2; ++run) {
         Scene s(false);
         s.Prepare(3, kBurst[2].H, 1, 0);
-        ASSERT_EQ(Ransac_Regis_TocraAPI(&s.combined), 0);
+        ASSERT_EQ(Ransac_Regis_TocraAPI(&s.combined), TOCRA_OK);
         if (run == 0) {
             firstY = s.out->y;
             firstU = s.out->u;
@@ -209,7 +214,7 @@ TEST(RansacEstApi, TooFewMatchesReturn3BeforeAnyKeypointIsRead) {
     s.table.Break(s.ransac.refKeypoints);
     s.table.Break(s.ransac.queryIdx);
     tocra_test::ClearLog();
-    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), 3);
+    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_REG_REJECTED);
     EXPECT_TRUE(tocra_test::Logged(6, "ransac RansacEstimation: not enough keypoints = 4\n"));
     EXPECT_TRUE(tocra_test::Logged(4, "ransac received match point num = " + std::to_string(s.ransac.matchNum)));
 }
@@ -220,7 +225,7 @@ TEST(RansacEstApi, UnconvertibleHandlesAnswer998WithTheirLines) {
         s.Prepare(1, kBurst[0].H, 1, 0);
         s.table.Break(s.ransac.matchPointBuf);
         tocra_test::ClearLog();
-        EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), -998);
+        EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_NULL_POINTER);
         EXPECT_TRUE(tocra_test::Logged(6, "matchPairs.pRefPoint = " + P(s.refPoints.data())));
         EXPECT_TRUE(tocra_test::Logged(6, "matchPairs.pMatchPoint = " + P(nullptr)));
         EXPECT_TRUE(tocra_test::Logged(6, "FunConvert2Addr error!"));
@@ -231,7 +236,7 @@ TEST(RansacEstApi, UnconvertibleHandlesAnswer998WithTheirLines) {
         s.Prepare(1, kBurst[0].H, 1, 0);
         s.table.Break(s.ransac.pDistance);
         tocra_test::ClearLog();
-        EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), -998);
+        EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_NULL_POINTER);
         EXPECT_TRUE(tocra_test::Logged(6, "knnResult.queryIdx = " + P(s.queryIdx.data())));
         EXPECT_TRUE(tocra_test::Logged(6, "knnResult.trainIdx = " + P(s.trainIdx.data())));
         EXPECT_TRUE(tocra_test::Logged(6, "knnResult.pDistance = " + P(nullptr)));
@@ -243,12 +248,12 @@ TEST(RansacEstApi, UnconvertibleHandlesAnswer998WithTheirLines) {
         s.Prepare(1, kBurst[0].H, 1, 0);
         s.table.Break(s.ransac.matchKeypoints);
         tocra_test::ClearLog();
-        EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), -998);
+        EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_NULL_POINTER);
         EXPECT_TRUE(tocra_test::Logged(6, "RefImgKeypoints = " + P(s.refKeys.data())));
         EXPECT_TRUE(tocra_test::Logged(6, "MatchImgKeypoints = " + P(nullptr)));
     }
     tocra_test::ClearLog();
-    EXPECT_EQ(RansacEst_TocraAPI(nullptr), -998);
+    EXPECT_EQ(RansacEst_TocraAPI(nullptr), TOCRA_NULL_POINTER);
     EXPECT_TRUE(tocra_test::Logged(6, "ransac request pointer is invalid\n"));
 }
 
@@ -263,25 +268,25 @@ TEST(RansacEstApi, ScratchOfMatchNumberMustHoldTheMasksOfThePairs) {
     // past matchNum are read as the caller left them.
     s.ransac.matchNum = n - 1;
     tocra_test::ClearLog();
-    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), 0);
+    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_OK);
     EXPECT_TRUE(tocra_test::Logged(4, "ransac received match point num = " + std::to_string(n - 1)));
     for (int m : {-5, 0, 1}) {
         s.Prepare(1, kBurst[0].H, 1, 0);
         s.ransac.matchNum = m;
         tocra_test::ClearLog();
         EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), -998) << m;
-        EXPECT_TRUE(tocra_test::Logged(
-            6, "ransac match number " + std::to_string(m) + " does not cover point number " + std::to_string(n) + "\n"));
+        EXPECT_TRUE(tocra_test::Logged(6, "ransac match number " + std::to_string(m) + " does not cover point number " +
+                                              std::to_string(n) + "\n"));
     }
     // Exactly enough: 80 * 3 = 240 bytes for 45 pairs (90 + 150), one pair more is too many.
     s.Prepare(1, kBurst[0].H, 1, 0);
     s.ransac.pointNum = 45;
     s.ransac.matchNum = 3;
-    EXPECT_NE(RansacEst_TocraAPI(&s.ransac), -998);
+    EXPECT_NE(RansacEst_TocraAPI(&s.ransac), TOCRA_NULL_POINTER);
     s.Prepare(1, kBurst[0].H, 1, 0);
     s.ransac.pointNum = 46;
     s.ransac.matchNum = 3;
-    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), -998);
+    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_NULL_POINTER);
 }
 
 TEST(RansacEstApi, ConvertsKeypointsAndKeepsTheSurvivorsScaled) {
@@ -289,7 +294,7 @@ TEST(RansacEstApi, ConvertsKeypointsAndKeepsTheSurvivorsScaled) {
     s.Prepare(1, kBurst[0].H, 1, 0);
     s.ransac.scale = 2;
     tocra_test::ClearLog();
-    ASSERT_EQ(RansacEst_TocraAPI(&s.ransac), 0);
+    ASSERT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_OK);
     // Every survivor is a good match, in order, at twice its 1/64 position.
     int good = 0;
     for (int i = 0, j = 0; i < static_cast<int>(s.refKeys.size()) && j < s.ransac.pointNum; ++i) {
@@ -300,10 +305,10 @@ TEST(RansacEstApi, ConvertsKeypointsAndKeepsTheSurvivorsScaled) {
         ++good;
     }
     EXPECT_EQ(good, s.ransac.pointNum);
-    EXPECT_TRUE(tocra_test::Logged(4, "ransac pstMatchPairs->pointNum after  RansacEstimation 1st = " +
-                                          std::to_string(s.ransac.pointNum) + "\n"));
-    EXPECT_TRUE(tocra_test::Logged(4, "ransac pstMatchPairs->pointNum after  RansacEstimation 2nd = " +
-                                          std::to_string(s.ransac.pointNum)));
+    EXPECT_TRUE(tocra_test::Logged(
+        4, "ransac pstMatchPairs->pointNum after  RansacEstimation 1st = " + std::to_string(s.ransac.pointNum) + "\n"));
+    EXPECT_TRUE(tocra_test::Logged(
+        4, "ransac pstMatchPairs->pointNum after  RansacEstimation 2nd = " + std::to_string(s.ransac.pointNum)));
 }
 
 TEST(RansacEstApi, FirstPassKeepingFourReturns3AndWritesTheCount) {
@@ -311,14 +316,15 @@ TEST(RansacEstApi, FirstPassKeepingFourReturns3AndWritesTheCount) {
     s.Prepare(1, kBurst[0].H, 1, 0);
     // Five matches with no common homography: no model is ever accepted.
     const int n = 5;
-    const int pos[5][4] = {{50, 60, 400, 30}, {500, 80, 90, 300}, {300, 400, 600, 420}, {100, 420, 320, 60}, {600, 250, 40, 200}};
+    const int pos[5][4] = {
+        {50, 60, 400, 30}, {500, 80, 90, 300}, {300, 400, 600, 420}, {100, 420, 320, 60}, {600, 250, 40, 200}};
     for (int i = 0; i < n; ++i) {
         s.refKeys[i] = {pos[i][0] * 64, pos[i][1] * 64, 0};
         s.matchKeys[i] = {pos[i][2] * 64, pos[i][3] * 64, 0};
         s.trainIdx[i] = s.queryIdx[i] = static_cast<uint16_t>(i);
     }
     s.ransac.pointNum = s.ransac.matchNum = n;
-    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), 3);
+    EXPECT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_REG_REJECTED);
     EXPECT_EQ(s.ransac.pointNum, 4);
 }
 
@@ -331,11 +337,12 @@ TEST(RegistrationApi, SizeChecks) {
         s.input.refPic.width = size.first;
         s.input.refPic.height = size.second;
         tocra_test::ClearLog();
-        EXPECT_EQ(Registration_TocraAPI(&req), 1);
+        EXPECT_EQ(Registration_TocraAPI(&req), TOCRA_SIZE_NOT_SUPPORTED);
         EXPECT_TRUE(tocra_test::Logged(6, "ImageSize input size is not supported"));
         const int stride = (size.first + 127) & ~127;
-        EXPECT_TRUE(tocra_test::Logged(4, "Reg image width = " + std::to_string(size.first) + ", height = " +
-                                              std::to_string(size.second) + ", stride = " + std::to_string(stride) + "\n"));
+        EXPECT_TRUE(tocra_test::Logged(4, "Reg image width = " + std::to_string(size.first) +
+                                              ", height = " + std::to_string(size.second) +
+                                              ", stride = " + std::to_string(stride) + "\n"));
     }
 }
 
@@ -345,7 +352,7 @@ TEST(RegistrationApi, FrameIndicesOutsideTheRecordsAreRefused) {
     for (int k : {6, -1, 7, INT32_MIN}) {
         tagST_REGISTRATION_REQUEST req{&s.input, &s.output, k};
         tocra_test::ClearLog();
-        EXPECT_EQ(Registration_TocraAPI(&req), -998);
+        EXPECT_EQ(Registration_TocraAPI(&req), TOCRA_NULL_POINTER);
         EXPECT_TRUE(tocra_test::Logged(6, "Reg frame index " + std::to_string(k) + " out of range\n"));
         // The combined call first runs RANSAC (which knows no frame index)
         // and refuses where the index is first used, the pair record.
@@ -353,7 +360,7 @@ TEST(RegistrationApi, FrameIndicesOutsideTheRecordsAreRefused) {
         s.combined.frameIndex = k;
         const tagST_REGIS_INPUT_RECORD before = s.input;
         tocra_test::ClearLog();
-        EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), -998);
+        EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), TOCRA_NULL_POINTER);
         EXPECT_TRUE(tocra_test::Logged(4, "ransac RansacEst_TocraAPI end, ret = 0\n"));
         EXPECT_TRUE(tocra_test::Logged(6, "Reg frame index " + std::to_string(k) + " out of range\n"));
         EXPECT_EQ(memcmp(&before, &s.input, sizeof before), 0);
@@ -361,11 +368,11 @@ TEST(RegistrationApi, FrameIndicesOutsideTheRecordsAreRefused) {
     // The size check comes first.
     tagST_REGISTRATION_REQUEST req{&s.input, &s.output, 9};
     s.input.refPic.width = 60;
-    EXPECT_EQ(Registration_TocraAPI(&req), 1);
+    EXPECT_EQ(Registration_TocraAPI(&req), TOCRA_SIZE_NOT_SUPPORTED);
     req = {nullptr, &s.output, 1};
-    EXPECT_EQ(Registration_TocraAPI(&req), -998);
-    EXPECT_EQ(Registration_TocraAPI(nullptr), -998);
-    EXPECT_EQ(Ransac_Regis_TocraAPI(nullptr), -998);
+    EXPECT_EQ(Registration_TocraAPI(&req), TOCRA_NULL_POINTER);
+    EXPECT_EQ(Registration_TocraAPI(nullptr), TOCRA_NULL_POINTER);
+    EXPECT_EQ(Ransac_Regis_TocraAPI(nullptr), TOCRA_NULL_POINTER);
 }
 
 TEST(RegistrationApi, FrameZeroTakesItsPairRecordFromTheWordsBeforeFrameOnes) {
@@ -397,7 +404,7 @@ TEST(RegistrationApi, FrameZeroTakesItsPairRecordFromTheWordsBeforeFrameOnes) {
         // The same frame as frame 1 gives the same bytes.
         Scene t(nv12);
         t.Prepare(1, kBurst[2].H, 1, 0);
-        ASSERT_EQ(Ransac_Regis_TocraAPI(&t.combined), 0);
+        ASSERT_EQ(Ransac_Regis_TocraAPI(&t.combined), TOCRA_OK);
         EXPECT_EQ(t.out->y, s.out->y);
         EXPECT_EQ(t.out->u, s.out->u);
         EXPECT_EQ(0, memcmp(&t.output.area, &s.output.area, sizeof t.output.area));
@@ -408,12 +415,12 @@ TEST(RegistrationApi, UnconvertedPlanesAnswer998WhereTheWarpWouldUseThem) {
     for (int which = 0; which < 4; ++which) {
         Scene s(false);
         s.Prepare(2, kBurst[1].H, 1, 0);
-        ASSERT_EQ(RansacEst_TocraAPI(&s.ransac), 0);
+        ASSERT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_OK);
         const uint32_t handles[4] = {s.input.srcPic.hY, s.input.srcPic.hV, s.output.outPic[2].hU,
                                      s.input.framePairs[1].matchPointBuf};
-        const char* lines[4] = {"Reg ImgRegistration: srcPic.pY is invalid\n", "Reg ImgRegistration: srcPic.pV is invalid\n",
-                                "Reg ImgRegistration: outPic.pU is invalid\n",
-                                "Reg ImgRegistration: matchPairs.pMatchPoint is invalid\n"};
+        const char* lines[4] = {
+            "Reg ImgRegistration: srcPic.pY is invalid\n", "Reg ImgRegistration: srcPic.pV is invalid\n",
+            "Reg ImgRegistration: outPic.pU is invalid\n", "Reg ImgRegistration: matchPairs.pMatchPoint is invalid\n"};
         s.input.framePairs[1].pointNum = s.ransac.pointNum;
         s.table.Break(handles[which]);
         s.output.area = {-1, -1, -1, -1};
@@ -432,7 +439,7 @@ TEST(RegistrationApi, TooFewPairsOrARejectedMotionAnswer3WhateverThePlanesGave) 
         s.Prepare(1, Homography::Make(0, 0, 0, 0, 0, 640, 480), 1, 0);
         if (motion) {
             for (auto& k : s.matchKeys) k.x += 330 * 64;
-            ASSERT_EQ(RansacEst_TocraAPI(&s.ransac), 0);
+            ASSERT_EQ(RansacEst_TocraAPI(&s.ransac), TOCRA_OK);
             s.input.framePairs[0].pointNum = s.ransac.pointNum;
         } else {
             s.input.framePairs[0].pointNum = 4;
@@ -456,27 +463,27 @@ TEST(RansacRegisApi, RecordHandles) {
     tagST_RANSAC_REGIS_REQUEST c = s.combined;
     c.hInput = 0;
     tocra_test::ClearLog();
-    EXPECT_EQ(Ransac_Regis_TocraAPI(&c), -998);
+    EXPECT_EQ(Ransac_Regis_TocraAPI(&c), TOCRA_NULL_POINTER);
     EXPECT_TRUE(tocra_test::Logged(6, "Reg input param pointer is invalid"));
     EXPECT_TRUE(tocra_test::Logged(4, "ransac RansacEst_TocraAPI end, ret = 0\n"));
 
     s.Prepare(1, kBurst[0].H, 1, 0);
     s.table.Break(s.combined.hOutput);
     tocra_test::ClearLog();
-    EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), -998);
+    EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), TOCRA_NULL_POINTER);
     EXPECT_TRUE(tocra_test::Logged(6, "Reg converted input pointer is invalid"));
 
     s.Prepare(1, kBurst[0].H, 1, 0);
     s.table.Break(s.combined.hRansacRequest);
     tocra_test::ClearLog();
-    EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), -998);
+    EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), TOCRA_NULL_POINTER);
     EXPECT_TRUE(tocra_test::Logged(6, "ransac RansacEst_TocraAPI return error [-998]\n"));
 
     // A registration failure is passed through with its own line.
     s.Prepare(1, kBurst[0].H, 1, 0);
     s.input.refPic.width = 636;
     tocra_test::ClearLog();
-    EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), 1);
+    EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), TOCRA_SIZE_NOT_SUPPORTED);
     EXPECT_TRUE(tocra_test::Logged(6, "Reg Registration_TocraAPI have error [1]!\n"));
     EXPECT_EQ(s.input.framePairs[0].pointNum, s.ransac.pointNum);
 }
@@ -488,7 +495,7 @@ TEST(RansacRegisApi, MotionRejectionIsStatus3WithTheAreaUntouched) {
     for (auto& k : s.matchKeys) k.x += 330 * 64;
     s.output.area = {-1, -1, -1, -1};
     tocra_test::ClearLog();
-    EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), 3);
+    EXPECT_EQ(Ransac_Regis_TocraAPI(&s.combined), TOCRA_REG_REJECTED);
     EXPECT_TRUE(tocra_test::Logged(6, "Reg ImgRegistration: MotionEstimation fail 3\n"));
     EXPECT_TRUE(tocra_test::Logged(6, "Reg ImgRegistration fail 3\n"));
     EXPECT_EQ(s.output.area.x, -1);

@@ -45,8 +45,11 @@ struct Planes {
     bool nv12;
     std::vector<uint8_t> y, u, v;
     Planes(int w, int h, bool isNv12)
-        : width(w), height(h), pitch(isNv12 ? w : (w + 127) & ~127),
-          chromaPitch(isNv12 ? w : ((w / 2) + 127) & ~127), nv12(isNv12) {
+        : width(w),
+          height(h),
+          pitch(isNv12 ? w : (w + 127) & ~127),
+          chromaPitch(isNv12 ? w : ((w / 2) + 127) & ~127),
+          nv12(isNv12) {
         y.assign(static_cast<size_t>(pitch) * h, 0);
         u.assign(static_cast<size_t>(chromaPitch) * (h / 2), 128);
         if (!isNv12) v.assign(static_cast<size_t>(chromaPitch) * (h / 2), 128);
@@ -64,7 +67,8 @@ inline Planes Render(const Homography& H, int W, int Hh, bool nv12, double gain,
             double x, y;
             inv.Map(c, r, &x, &y);
             const double v = gain * Texture(x, y) + offset;
-            p.y[static_cast<size_t>(r) * p.pitch + c] = static_cast<uint8_t>(std::lround(std::fmin(255, std::fmax(0, v))));
+            p.y[static_cast<size_t>(r) * p.pitch + c] =
+                static_cast<uint8_t>(std::lround(std::fmin(255, std::fmax(0, v))));
         }
     }
     for (int r = 0; r < Hh / 2; ++r) {

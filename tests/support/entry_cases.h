@@ -16,7 +16,7 @@ namespace tocra_test {
 // n elements of T with kGuard bytes of a fixed pattern on each side.
 template <typename T>
 class Guarded {
-public:
+  public:
     static constexpr size_t kGuard = 64;
     static constexpr uint8_t kPattern = 0xA5;
 
@@ -39,7 +39,7 @@ public:
         return true;
     }
 
-private:
+  private:
     size_t n_;
     std::vector<uint8_t> raw_;
 };
@@ -59,8 +59,17 @@ struct BoxFilterCase {
         faces[0].top = 16;
         faces[0].right = 60 + static_cast<int>(seed % 30);
         faces[0].bottom = 50;
-        p = {t.Add(map.data()), t.Add(faces.data()), t.Add(work.data()), static_cast<int32_t>(work.bytes()), 1,
-             static_cast<int32_t>(seed % 200), 2, W, H, R, static_cast<uint8_t>(seed)};
+        p = {t.Add(map.data()),
+             t.Add(faces.data()),
+             t.Add(work.data()),
+             static_cast<int32_t>(work.bytes()),
+             1,
+             static_cast<int32_t>(seed % 200),
+             2,
+             W,
+             H,
+             R,
+             static_cast<uint8_t>(seed)};
     }
     void Prepare() {
         map.Fill(kOutputFill);
@@ -85,8 +94,22 @@ struct YuvHistCase {
         faces[0].right = 40;
         faces[0].bottom = 30 + static_cast<int>(seed % 20);
         source.Set(RandomBytes(source.bytes(), seed + 5));
-        p = {t.Add(map.data()), t.Add(faces.data()), t.Add(work.data()), static_cast<int32_t>(work.bytes()), 1, 64, 2,
-             MapW, MapH, R, 0, t.Add(source.data()), t.Add(dest.data()), W, H, Stride};
+        p = {t.Add(map.data()),
+             t.Add(faces.data()),
+             t.Add(work.data()),
+             static_cast<int32_t>(work.bytes()),
+             1,
+             64,
+             2,
+             MapW,
+             MapH,
+             R,
+             0,
+             t.Add(source.data()),
+             t.Add(dest.data()),
+             W,
+             H,
+             Stride};
     }
     void Prepare() {
         map.Fill(kOutputFill);
@@ -164,8 +187,8 @@ struct RegistrationCase {
             train[i] = static_cast<uint16_t>(i);
         }
         const uint32_t hRef = t.Add(refPts.data()), hMatch = t.Add(matchPts.data());
-        ransac[0] = {hRef, hMatch, N, t.Add(query.data()), t.Add(train.data()), t.Add(dist.data()), N, 1, 0,
-                     t.Add(refKeys.data()), t.Add(matchKeys.data())};
+        ransac[0] = {hRef, hMatch, N, t.Add(query.data()),   t.Add(train.data()),    t.Add(dist.data()),
+                     N,    1,      0, t.Add(refKeys.data()), t.Add(matchKeys.data())};
         tagST_REGIS_INPUT_RECORD& a = in[0];
         a = tagST_REGIS_INPUT_RECORD{};
         a.refPic = {W, H, 0, t.Add(refY.data()), t.Add(refU.data()), t.Add(refV.data()), TOCRA_FORMAT_YUV420};
@@ -198,8 +221,8 @@ struct RegistrationCase {
         in[0].framePairs[K - 1].pointNum = N;
     }
     std::vector<std::vector<uint8_t>> Outputs() const {
-        return {outY.Bytes(), outU.Bytes(), outV.Bytes(), refPts.Bytes(), matchPts.Bytes(),
-                ransac.Bytes(), in.Bytes(),   out.Bytes()};
+        return {outY.Bytes(),     outU.Bytes(),   outV.Bytes(), refPts.Bytes(),
+                matchPts.Bytes(), ransac.Bytes(), in.Bytes(),   out.Bytes()};
     }
     bool GuardsIntact() const {
         for (const Guarded<uint8_t>* g : {&refY, &refU, &refV, &srcY, &srcU, &srcV, &outY, &outU, &outV}) {

@@ -17,7 +17,7 @@ std::mutex g_mutex;
 std::vector<tocra_test::LogLine> g_log;
 std::vector<tocra_test::FlushRange> g_flushes;
 
-int g_threadStarts = 0;        // since the last FailingThreadStarts
+int g_threadStarts = 0;         // since the last FailingThreadStarts
 std::set<int> g_failingStarts;  // start numbers that fail, 1-based
 
 // Fault injection: one kind armed at a time.

@@ -40,7 +40,7 @@ bool Flushed(const void* start, size_t bytes);
 // counted from its construction, 1 = the next start. Every other start
 // calls pthread_create.
 class FailingThreadStarts {
-public:
+  public:
     explicit FailingThreadStarts(std::initializer_list<int> nth);
     ~FailingThreadStarts();
     FailingThreadStarts(const FailingThreadStarts&) = delete;
@@ -64,7 +64,7 @@ public:
 enum class FaultKind { kAllocation, kStart };
 
 class FaultInjection {
-public:
+  public:
     FaultInjection(FaultKind kind, int failAt);
     ~FaultInjection();
     FaultInjection(const FaultInjection&) = delete;
@@ -100,7 +100,7 @@ void NoteRelease(void* p);
 // A pipeline-style table of buffers behind FunConvert2Addr. Handle 0 never
 // converts; Install() sets both hooks for this table.
 class HandleTable {
-public:
+  public:
     HandleTable();
     ~HandleTable();
     uint32_t Add(void* addr);
@@ -113,7 +113,7 @@ public:
     // The converter Install() sets: the address behind a handle, or null.
     static void* Convert(uint32_t handle);
 
-private:
+  private:
     static void Invalidate(void* addr);
 };
 

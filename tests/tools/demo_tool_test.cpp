@@ -15,10 +15,10 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -102,7 +102,8 @@ uint32_t BigEndian(const uint8_t* p) {
     const std::string bytes = ReadFile(path);
     const uint8_t* p = reinterpret_cast<const uint8_t*>(bytes.data());
     const uint8_t signature[8] = {0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A};
-    if (bytes.size() < 8 || memcmp(p, signature, 8) != 0) return ::testing::AssertionFailure() << path << ": no PNG signature";
+    if (bytes.size() < 8 || memcmp(p, signature, 8) != 0)
+        return ::testing::AssertionFailure() << path << ": no PNG signature";
     size_t pos = 8;
     std::vector<std::string> chunks;
     while (pos + 12 <= bytes.size()) {
@@ -110,7 +111,8 @@ uint32_t BigEndian(const uint8_t* p) {
         if (pos + 12 + len > bytes.size()) return ::testing::AssertionFailure() << path << ": chunk runs past the end";
         const std::string type(bytes.data() + pos + 4, 4);
         const uint32_t crc = Crc32(p + pos + 4, 4 + len) ^ 0xFFFFFFFFu;
-        if (crc != BigEndian(p + pos + 8 + len)) return ::testing::AssertionFailure() << path << ": bad CRC in " << type;
+        if (crc != BigEndian(p + pos + 8 + len))
+            return ::testing::AssertionFailure() << path << ": bad CRC in " << type;
         chunks.push_back(type);
         pos += 12 + len;
     }
@@ -118,7 +120,8 @@ uint32_t BigEndian(const uint8_t* p) {
     if (chunks.empty() || chunks.front() != "IHDR" || chunks.back() != "IEND") {
         return ::testing::AssertionFailure() << path << ": IHDR must come first and IEND last";
     }
-    if (cv::imread(path, cv::IMREAD_UNCHANGED).empty()) return ::testing::AssertionFailure() << path << ": does not decode";
+    if (cv::imread(path, cv::IMREAD_UNCHANGED).empty())
+        return ::testing::AssertionFailure() << path << ": does not decode";
     return ::testing::AssertionSuccess();
 }
 
@@ -156,7 +159,8 @@ cv::Mat Scene(cv::Size size, uint64_t seed) {
     cv::Mat img(size, CV_8UC3);
     for (int y = 0; y < size.height; ++y) {
         for (int x = 0; x < size.width; ++x) {
-            img.at<cv::Vec3b>(y, x) = cv::Vec3b(static_cast<uint8_t>(40 + x / 4), static_cast<uint8_t>(60 + y / 3), 110);
+            img.at<cv::Vec3b>(y, x) =
+                cv::Vec3b(static_cast<uint8_t>(40 + x / 4), static_cast<uint8_t>(60 + y / 3), 110);
         }
     }
     cv::RNG rng(seed);
@@ -180,7 +184,7 @@ cv::Mat Shifted(const cv::Mat& img, double dx, double dy) {
 // The generated burst, small, from the built-in texture (no opencv-doc).
 // ---------------------------------------------------------------------------
 class GeneratedBurst : public ::testing::Test {
-protected:
+  protected:
     static void SetUpTestSuite() {
         run_ = new ToolRun(RunTool("burst", {"--synthetic", "--size", "640x480"}));
         report_ = new Json();
@@ -213,31 +217,77 @@ TEST_F(GeneratedBurst, RunsAndWritesValidJson) {
 TEST_F(GeneratedBurst, ReportKeepsItsMembersAndTypes) {
     ASSERT_TRUE(parsed_);
     const std::vector<std::pair<std::string, char>> members = {
-        {"/tool", 's'}, {"/version", 's'}, {"/corner_error_method", 's'},
-        {"/input/source", 's'}, {"/input/generated", 'b'}, {"/input/frames", 'a'}, {"/input/exposures", 'a'},
-        {"/input/width", 'i'}, {"/input/height", 'i'}, {"/input/format", 's'}, {"/input/keypoint_scale", 'i'},
-        {"/input/max_keypoints", 'i'}, {"/input/ratio", 'n'}, {"/input/notes", 'a'},
-        {"/reference/keypoints", 'i'}, {"/reference/status", 'i'}, {"/reference/status_text", 's'},
-        {"/reference/library_messages", 'a'}, {"/reference/times_ms/detect", 'n'},
+        {"/tool", 's'},
+        {"/version", 's'},
+        {"/corner_error_method", 's'},
+        {"/input/source", 's'},
+        {"/input/generated", 'b'},
+        {"/input/frames", 'a'},
+        {"/input/exposures", 'a'},
+        {"/input/width", 'i'},
+        {"/input/height", 'i'},
+        {"/input/format", 's'},
+        {"/input/keypoint_scale", 'i'},
+        {"/input/max_keypoints", 'i'},
+        {"/input/ratio", 'n'},
+        {"/input/notes", 'a'},
+        {"/reference/keypoints", 'i'},
+        {"/reference/status", 'i'},
+        {"/reference/status_text", 's'},
+        {"/reference/library_messages", 'a'},
+        {"/reference/times_ms/detect", 'n'},
         {"/reference/times_ms/descriptors", 'n'},
-        {"/frames/0/index", 'i'}, {"/frames/0/name", 's'}, {"/frames/0/exposure", 's'}, {"/frames/0/status", 'i'},
-        {"/frames/0/status_text", 's'}, {"/frames/0/library_messages", 'a'}, {"/frames/0/keypoints", 'i'},
-        {"/frames/0/descriptor_status", 'i'}, {"/frames/0/matches", 'i'}, {"/frames/0/survivors", 'i'},
-        {"/frames/0/area/x", 'i'}, {"/frames/0/area/y", 'i'}, {"/frames/0/area/width", 'i'},
-        {"/frames/0/area/height", 'i'}, {"/frames/0/area_inside_frame", 'b'}, {"/frames/0/balance_status", 'i'},
-        {"/frames/0/joint_point", 'i'}, {"/frames/0/corner_error_px/max", 'n'},
-        {"/frames/0/corner_error_px/corners/3", 'n'}, {"/frames/0/fit_rms_px", 'n'},
-        {"/frames/0/mean_abs_diff_in_area/before", 'n'}, {"/frames/0/mean_abs_diff_in_area/after", 'n'},
-        {"/frames/0/times_ms/detect", 'n'}, {"/frames/0/times_ms/descriptors", 'n'}, {"/frames/0/times_ms/match", 'n'},
-        {"/frames/0/times_ms/registration", 'n'}, {"/frames/0/times_ms/balance", 'n'}, {"/frames/0/pictures", 'a'},
-        {"/summary/frames", 'i'}, {"/summary/aligned", 'i'}, {"/summary/max_corner_error_px", 'n'},
-        {"/face_map/status", 'i'}, {"/face_map/status_text", 's'}, {"/face_map/library_messages", 'a'},
-        {"/face_map/faces/0/3", 'i'}, {"/face_map/ajust_ratio", 'i'}, {"/face_map/margin", 'i'},
-        {"/face_map/smooth_radius", 'i'}, {"/face_map/mean_luma", 'i'}, {"/face_map/notes", 'a'},
+        {"/frames/0/index", 'i'},
+        {"/frames/0/name", 's'},
+        {"/frames/0/exposure", 's'},
+        {"/frames/0/status", 'i'},
+        {"/frames/0/status_text", 's'},
+        {"/frames/0/library_messages", 'a'},
+        {"/frames/0/keypoints", 'i'},
+        {"/frames/0/descriptor_status", 'i'},
+        {"/frames/0/matches", 'i'},
+        {"/frames/0/survivors", 'i'},
+        {"/frames/0/area/x", 'i'},
+        {"/frames/0/area/y", 'i'},
+        {"/frames/0/area/width", 'i'},
+        {"/frames/0/area/height", 'i'},
+        {"/frames/0/area_inside_frame", 'b'},
+        {"/frames/0/balance_status", 'i'},
+        {"/frames/0/joint_point", 'i'},
+        {"/frames/0/corner_error_px/max", 'n'},
+        {"/frames/0/corner_error_px/corners/3", 'n'},
+        {"/frames/0/fit_rms_px", 'n'},
+        {"/frames/0/mean_abs_diff_in_area/before", 'n'},
+        {"/frames/0/mean_abs_diff_in_area/after", 'n'},
+        {"/frames/0/times_ms/detect", 'n'},
+        {"/frames/0/times_ms/descriptors", 'n'},
+        {"/frames/0/times_ms/match", 'n'},
+        {"/frames/0/times_ms/registration", 'n'},
+        {"/frames/0/times_ms/balance", 'n'},
+        {"/frames/0/pictures", 'a'},
+        {"/summary/frames", 'i'},
+        {"/summary/aligned", 'i'},
+        {"/summary/max_corner_error_px", 'n'},
+        {"/face_map/status", 'i'},
+        {"/face_map/status_text", 's'},
+        {"/face_map/library_messages", 'a'},
+        {"/face_map/faces/0/3", 'i'},
+        {"/face_map/ajust_ratio", 'i'},
+        {"/face_map/margin", 'i'},
+        {"/face_map/smooth_radius", 'i'},
+        {"/face_map/mean_luma", 'i'},
+        {"/face_map/notes", 'a'},
         {"/face_map/time_ms", 'n'},
-        {"/config/file", 's'}, {"/config/status", 'i'}, {"/config/status_text", 's'}, {"/config/library_messages", 'a'},
-        {"/config/fields/AjustRatio", 'i'}, {"/config/fields/MotionRatio", 'n'}, {"/config/time_ms", 'n'},
-        {"/pictures", 'a'}, {"/cache_invalidations", 'i'}, {"/total_ms", 'n'},
+        {"/config/file", 's'},
+        {"/config/status", 'i'},
+        {"/config/status_text", 's'},
+        {"/config/library_messages", 'a'},
+        {"/config/fields/AjustRatio", 'i'},
+        {"/config/fields/MotionRatio", 'n'},
+        {"/config/time_ms", 'n'},
+        {"/pictures", 'a'},
+        {"/cache_invalidations", 'i'},
+        {"/total_ms", 'n'},
     };
     for (const auto& [pointer, type] : members) {
         SCOPED_TRACE(pointer);
@@ -491,8 +541,9 @@ TEST(DemoTool, HelpExplainsEveryOption) {
     const ToolRun r = RunTool("help", {"--help"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_NE(r.out.find("REFERENCE FRAME..."), std::string::npos);
-    for (const char* option : {"--out", "--size", "--yuv", "--photo", "--synthetic", "--frames", "--faces", "--no-crop",
-                               "--format", "--scale", "--max-keypoints", "--ratio", "--config-dir", "--verbose", "--help"}) {
+    for (const char* option :
+         {"--out", "--size", "--yuv", "--photo", "--synthetic", "--frames", "--faces", "--no-crop", "--format",
+          "--scale", "--max-keypoints", "--ratio", "--config-dir", "--verbose", "--help"}) {
         EXPECT_NE(r.out.find(option), std::string::npos) << option;
     }
 }

@@ -209,7 +209,8 @@ TEST(CopyFill, NegativeHeightCopiesEveryRow) {
     // No area band: the top band and the bottom band together are the whole
     // picture, plain and vector forms alike.
     for (bool nv12 : {false, true}) {
-        for (CopyFill fill : {nv12 ? FillBlank_NV12 : FillBlank_YUV420, nv12 ? FillBlank_neon_NV12 : FillBlank_neon_YUV420}) {
+        for (CopyFill fill :
+             {nv12 ? FillBlank_NV12 : FillBlank_YUV420, nv12 ? FillBlank_neon_NV12 : FillBlank_neon_YUV420}) {
             Frame src(7, 6, nv12), dst(7, 6, nv12);
             src.Randomize(3);
             dst.Fill(1);
@@ -239,7 +240,8 @@ void RefMirror(Frame& f, int pitch, int cpitch, int x, int y, int w, int h) {
         }
     }
     auto copyRow = [](std::vector<uint8_t>& p, int rowBytes, int to, int from) {
-        for (int c = 0; c < rowBytes; ++c) p.at(static_cast<size_t>(to * rowBytes + c)) = p.at(static_cast<size_t>(from * rowBytes + c));
+        for (int c = 0; c < rowBytes; ++c)
+            p.at(static_cast<size_t>(to * rowBytes + c)) = p.at(static_cast<size_t>(from * rowBytes + c));
     };
     for (int i = 0; i < y; ++i) copyRow(f.y, pitch, i, 2 * y - i);
     if (y >= 2) {

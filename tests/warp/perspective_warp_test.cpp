@@ -21,7 +21,9 @@ Matrix NearIdentity(std::mt19937& g) {
     return Matrix{{1 + a(g), a(g), t(g), a(g), 1 + a(g), t(g), p(g), p(g), 1}};
 }
 
-std::vector<unsigned char> Table(int width) { return std::vector<unsigned char>(static_cast<size_t>(width / 8 + 8) * 16); }
+std::vector<unsigned char> Table(int width) {
+    return std::vector<unsigned char>(static_cast<size_t>(width / 8 + 8) * 16);
+}
 
 using WarpFn = int (*)(tagST_PIC*, tagST_PIC*, tagST_PIC*, float*, tagST_REGISTRATION_AREA*, unsigned char*);
 
@@ -57,7 +59,8 @@ TEST(PerspectiveWarp, IdentityReproducesTheSourceInsideTheArea) {
         // The whole frame (the last block's third texel column is the next
         // row's first byte; the last row pair reads the row after the luma,
         // the chroma's first bytes, with weight 0) from a frame in one block.
-        for (tagST_REGISTRATION_AREA area : {tagST_REGISTRATION_AREA{0, 0, 64, 48}, tagST_REGISTRATION_AREA{8, 6, 40, 32}}) {
+        for (tagST_REGISTRATION_AREA area :
+             {tagST_REGISTRATION_AREA{0, 0, 64, 48}, tagST_REGISTRATION_AREA{8, 6, 40, 32}}) {
             Frame src(64, 48, v.nv12);
             src.Randomize(3);
             Frame dst(64, 48, v.nv12);
@@ -92,7 +95,7 @@ TEST(PerspectiveWarp, StrideVariantIdentityUsesThe128AlignedPitches) {
     auto table = Table(256);
     tagST_PIC ref = joined.pic;
     joined.pic.stride = 0;
-    ASSERT_EQ(AffineTransform_neon_Stride_YUV420(&ref, &joined.pic, &dst.pic, m.h, &area, table.data()), 0);
+    ASSERT_EQ(AffineTransform_neon_Stride_YUV420(&ref, &joined.pic, &dst.pic, m.h, &area, table.data()), TOCRA_OK);
     EXPECT_EQ(joined.pic.stride, 256);
     EXPECT_EQ(dst.pic.stride, 256);
     for (int r = 0; r < 32; ++r)
@@ -139,7 +142,7 @@ TEST(PerspectiveWarp, PerspectiveMatchesTheDefinitionWithTheDivisorHeldPerRun) {
     // Strong perspective: the divisor changes by ~0.5% per column.
     Matrix m{{0.9f, 0.01f, 4.0f, -0.01f, 0.9f, 3.0f, 0.0006f, 0.0001f, 1.0f}};
     const tagST_REGISTRATION_AREA area{4, 2, 64, 40};
-    ASSERT_EQ(Warp(AffineTransform_YUV420, src, dst, m, area), 0);
+    ASSERT_EQ(Warp(AffineTransform_YUV420, src, dst, m, area), TOCRA_OK);
     int differsFromExact = 0;
     for (int r = area.y; r < area.y + area.height; ++r) {
         for (int c = area.x; c < area.x + area.width; ++c) {
@@ -178,8 +181,16 @@ TEST(PerspectiveWarp, PlainAndVectorRowsGiveTheSameBytesAndTheSameChecks) {
         const int x = 2 * static_cast<int>(g() % (W / 4)), w = 2 * static_cast<int>(g() % ((W - x) / 2 + 1));
         std::vector<float> table(static_cast<size_t>(W / 8 + 1) * 4);
         tocra::FillColumnTable(table.data(), x, W / 8);
-        const tocra::WarpPlanes pa{src.y.data(), src.u.data(), nv12 ? nullptr : src.v.data(), a.y.data(), a.u.data(),
-                                   nv12 ? nullptr : a.v.data(), pitch, nv12 ? pitch : pitch / 2, H, nv12};
+        const tocra::WarpPlanes pa{src.y.data(),
+                                   src.u.data(),
+                                   nv12 ? nullptr : src.v.data(),
+                                   a.y.data(),
+                                   a.u.data(),
+                                   nv12 ? nullptr : a.v.data(),
+                                   pitch,
+                                   nv12 ? pitch : pitch / 2,
+                                   H,
+                                   nv12};
         tocra::WarpPlanes pb = pa;
         pb.dstY = b.y.data();
         pb.dstU = b.u.data();
@@ -212,16 +223,16 @@ TEST(PerspectiveWarp, ThreadedVariantsEqualThePlainOnesWhenBandsAreEven) {
         for (bool nv12 : {false, true}) {
             Frame src(128, 64, nv12), a(128, 64, nv12), b(128, 64, nv12);
             src.Randomize(100 + trial);
-            ASSERT_EQ(Warp(nv12 ? AffineTransform_NV12 : AffineTransform_YUV420, src, a, m, area), 0);
-            ASSERT_EQ(Warp(nv12 ? AffineTransform_neon_NV12 : AffineTransform_neon_YUV420, src, b, m, area), 0);
+            ASSERT_EQ(Warp(nv12 ? AffineTransform_NV12 : AffineTransform_YUV420, src, a, m, area), TOCRA_OK);
+            ASSERT_EQ(Warp(nv12 ? AffineTransform_neon_NV12 : AffineTransform_neon_YUV420, src, b, m, area), TOCRA_OK);
             ASSERT_TRUE(a.Same(b)) << trial << (nv12 ? " nv12" : " planar");
         }
         // The stride variant with 128-aligned pitches (width 256).
         Frame src(256, 48, false), a(256, 48, false), b(256, 48, false);
         src.Randomize(200 + trial);
         const tagST_REGISTRATION_AREA area2{16, 16, 224, 16};
-        ASSERT_EQ(Warp(AffineTransform_YUV420, src, a, m, area2), 0);
-        ASSERT_EQ(Warp(AffineTransform_neon, src, b, m, area2), 0);
+        ASSERT_EQ(Warp(AffineTransform_YUV420, src, a, m, area2), TOCRA_OK);
+        ASSERT_EQ(Warp(AffineTransform_neon, src, b, m, area2), TOCRA_OK);
         ASSERT_TRUE(a.Same(b)) << trial << " stride";
     }
 }
@@ -251,7 +262,8 @@ TEST(PerspectiveWarp, BandsLeaveTheRowsAfterFourEqualBandsUnwarped) {
         src.Randomize(8);
         dst.Fill(7);
         const tagST_REGISTRATION_AREA area{0, 0, 64, 46};  // 4 bands of 11 rows; rows 44, 45 left over
-        ASSERT_EQ(Warp(nv12 ? AffineTransform_neon_NV12 : AffineTransform_neon_YUV420, src, dst, Identity(), area), 0);
+        ASSERT_EQ(Warp(nv12 ? AffineTransform_neon_NV12 : AffineTransform_neon_YUV420, src, dst, Identity(), area),
+                  TOCRA_OK);
         for (int r = 0; r < 44; ++r)
             for (int c = 0; c < 64; ++c) ASSERT_EQ(dst.Y(c, r), src.Y(c, r)) << r;
         for (int r = 44; r < 46; ++r)
@@ -290,14 +302,14 @@ TEST(PerspectiveWarp, HeightZeroGivesOnlyTheFill) {
     Frame src(64, 32, true), dst(64, 32, true);
     src.Randomize(2);
     dst.Fill(9);
-    ASSERT_EQ(Warp(AffineTransform_NV12, src, dst, Identity(), {0, 0, 64, 0}), 0);
+    ASSERT_EQ(Warp(AffineTransform_NV12, src, dst, Identity(), {0, 0, 64, 0}), TOCRA_OK);
     EXPECT_TRUE(dst.Same(src));  // the copy fill covers everything
 }
 
 TEST(PerspectiveWarp, PlanarVectorVariantLogsTheAreaHeight) {
     Frame src(64, 32, false), dst(64, 32, false);
     tocra_test::ClearLog();
-    ASSERT_EQ(Warp(AffineTransform_neon_YUV420, src, dst, Identity(), {0, 0, 64, 24}), 0);
+    ASSERT_EQ(Warp(AffineTransform_neon_YUV420, src, dst, Identity(), {0, 0, 64, 24}), TOCRA_OK);
     EXPECT_TRUE(tocra_test::Logged(4, "Reg pstRegistrationArea->realHeight = 24\n"));
 }
 
@@ -309,7 +321,7 @@ TEST(PerspectiveWarp, MatricesThatReadOutsideTheSourceAreRefusedBeforeAnythingIs
         bool accepted;
     };
     const Case cases[] = {
-        {{1, 0, 5000, 0, 1, 0, 0, 0, 1}, false},      // far right
+        {{1, 0, 5000, 0, 1, 0, 0, 0, 1}, false},       // far right
         {{1, 0, -5000, 0, 1, -5000, 0, 0, 1}, false},  // far up and left
         {{1, 0, 0, 0, 1, 1e30f, 0, 0, 1}, false},      // beyond the int range
         {{1, 0, 0, 0, 1, 0, -0.5f, 0, 1}, false},      // D crosses 0 in the second run
@@ -336,7 +348,8 @@ TEST(PerspectiveWarp, MatricesThatReadOutsideTheSourceAreRefusedBeforeAnythingIs
             }
             EXPECT_EQ(status, -998) << v.name << " " << k.h[2] << " " << k.h[5];
             EXPECT_TRUE(dst.Same(before)) << v.name;
-            EXPECT_TRUE(tocra_test::Logged(6, std::string(v.name) + " invalid input: picture, matrix or area out of range\n"))
+            EXPECT_TRUE(
+                tocra_test::Logged(6, std::string(v.name) + " invalid input: picture, matrix or area out of range\n"))
                 << v.name;
         }
     }
@@ -437,35 +450,35 @@ TEST(PerspectiveWarp, BadInputIsRefusedWithALogLineAndNothingWritten) {
             d.Fill(3);
             tagST_PIC r = s.pic;
             EXPECT_EQ(v.fn(&r, &s.pic, &d.pic, m.h, &a, table.data()), -998) << v.name << " " << a.x << "," << a.width;
-            EXPECT_TRUE(tocra_test::Logged(6, std::string(v.name) +
-                                                  " invalid input: picture, matrix or area out of range\n"));
+            EXPECT_TRUE(
+                tocra_test::Logged(6, std::string(v.name) + " invalid input: picture, matrix or area out of range\n"));
             for (uint8_t b : d.y) ASSERT_EQ(b, 3);
             for (uint8_t b : d.u) ASSERT_EQ(b, 3);
         }
         tagST_REGISTRATION_AREA a{0, 0, 16, 16};
         Frame s(64, 32, v.nv12), d(64, 32, v.nv12);
         tagST_PIC r = s.pic;
-        EXPECT_EQ(v.fn(nullptr, &s.pic, &d.pic, m.h, &a, table.data()), -998);
-        EXPECT_EQ(v.fn(&r, nullptr, &d.pic, m.h, &a, table.data()), -998);
-        EXPECT_EQ(v.fn(&r, &s.pic, nullptr, m.h, &a, table.data()), -998);
-        EXPECT_EQ(v.fn(&r, &s.pic, &d.pic, nullptr, &a, table.data()), -998);
-        EXPECT_EQ(v.fn(&r, &s.pic, &d.pic, m.h, nullptr, table.data()), -998);
+        EXPECT_EQ(v.fn(nullptr, &s.pic, &d.pic, m.h, &a, table.data()), TOCRA_NULL_POINTER);
+        EXPECT_EQ(v.fn(&r, nullptr, &d.pic, m.h, &a, table.data()), TOCRA_NULL_POINTER);
+        EXPECT_EQ(v.fn(&r, &s.pic, nullptr, m.h, &a, table.data()), TOCRA_NULL_POINTER);
+        EXPECT_EQ(v.fn(&r, &s.pic, &d.pic, nullptr, &a, table.data()), TOCRA_NULL_POINTER);
+        EXPECT_EQ(v.fn(&r, &s.pic, &d.pic, m.h, nullptr, table.data()), TOCRA_NULL_POINTER);
         tagST_PIC noPlane = d.pic;
         noPlane.pY = nullptr;
-        EXPECT_EQ(v.fn(&r, &s.pic, &noPlane, m.h, &a, table.data()), -998);
+        EXPECT_EQ(v.fn(&r, &s.pic, &noPlane, m.h, &a, table.data()), TOCRA_NULL_POINTER);
         // A destination declaring more rows than the frame: its fill would
         // pass the planes' end.
         tagST_PIC taller = d.pic;
         taller.height = 34;
-        EXPECT_EQ(v.fn(&r, &s.pic, &taller, m.h, &a, table.data()), -998);
+        EXPECT_EQ(v.fn(&r, &s.pic, &taller, m.h, &a, table.data()), TOCRA_NULL_POINTER);
         tagST_PIC negative = r;
         negative.width = -64;
-        EXPECT_EQ(v.fn(&negative, &s.pic, &d.pic, m.h, &a, table.data()), -998);
+        EXPECT_EQ(v.fn(&negative, &s.pic, &d.pic, m.h, &a, table.data()), TOCRA_NULL_POINTER);
     }
     tagST_REGISTRATION_AREA a{0, 0, 16, 16};
-    EXPECT_EQ(AffineTransform_neon_NV12(&ref, &src.pic, &dst.pic, m.h, &a, nullptr), -998);
-    EXPECT_EQ(AffineTransform_neon(nullptr, &src.pic, &dst.pic, m.h, &a, table.data()), -998);
-    EXPECT_EQ(AffineTransform(nullptr, &src.pic, &dst.pic, m.h, &a, table.data()), -998);
+    EXPECT_EQ(AffineTransform_neon_NV12(&ref, &src.pic, &dst.pic, m.h, &a, nullptr), TOCRA_NULL_POINTER);
+    EXPECT_EQ(AffineTransform_neon(nullptr, &src.pic, &dst.pic, m.h, &a, table.data()), TOCRA_NULL_POINTER);
+    EXPECT_EQ(AffineTransform(nullptr, &src.pic, &dst.pic, m.h, &a, table.data()), TOCRA_NULL_POINTER);
 }
 
 TEST(PerspectiveWarp, TheSourceAndDestinationOwnSizesAreNotCompared) {
@@ -512,14 +525,14 @@ TEST(PerspectiveWarp, NegativeHeightInTheNv12WarpRunsOnlyTheCopy) {
         src.Randomize(8);
         src.pic.format = 0;
         dst.Fill(1);
-        ASSERT_EQ(Warp(fn, src, dst, Identity(), {2, 2, 4, -2}), 0);
+        ASSERT_EQ(Warp(fn, src, dst, Identity(), {2, 2, 4, -2}), TOCRA_OK);
         EXPECT_TRUE(dst.Same(src));
     }
     // The planar mirror would read rows above the picture: refused.
     Frame src(7, 6, false), dst(7, 6, false);
     dst.Fill(1);
     Frame before(dst);
-    EXPECT_EQ(Warp(AffineTransform_YUV420, src, dst, Identity(), {2, 2, 4, -2}), -998);
+    EXPECT_EQ(Warp(AffineTransform_YUV420, src, dst, Identity(), {2, 2, 4, -2}), TOCRA_NULL_POINTER);
     EXPECT_TRUE(dst.Same(before));
 }
 

@@ -51,7 +51,8 @@ struct Frame {
     // A smooth picture: neighbouring pixels differ a little.
     void Smooth() {
         for (int r = 0; r < height; ++r)
-            for (int c = 0; c < pitch; ++c) y[static_cast<size_t>(r) * pitch + c] = static_cast<uint8_t>((c * 3 + r * 2) & 255);
+            for (int c = 0; c < pitch; ++c)
+                y[static_cast<size_t>(r) * pitch + c] = static_cast<uint8_t>((c * 3 + r * 2) & 255);
         for (size_t i = 0; i < u.size(); ++i) u[i] = static_cast<uint8_t>(i * 7);
         for (size_t i = 0; i < v.size(); ++i) v[i] = static_cast<uint8_t>(i * 11);
     }

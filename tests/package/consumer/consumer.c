@@ -17,14 +17,10 @@ static FrameBalanceResult result;
 /* Handle -> buffer. Handle 0 is never valid. */
 static void* const handles[] = {NULL, frameA, frameB, &result};
 
-static void* convert(uint32_t handle) {
-    return handle < sizeof(handles) / sizeof(handles[0]) ? handles[handle] : NULL;
-}
+static void* convert(uint32_t handle) { return handle < sizeof(handles) / sizeof(handles[0]) ? handles[handle] : NULL; }
 
 /* The frames were written by this process: nothing to invalidate. */
-static void invalidate(void* addr) {
-    (void)addr;
-}
+static void invalidate(void* addr) { (void)addr; }
 
 int main(void) {
     FrameBalanceParams params;
@@ -32,8 +28,7 @@ int main(void) {
 
     /* The sampled pixels (even rows and columns) hold each level once. */
     for (y = 0; y < kHeight; ++y)
-        for (x = 0; x < kStride; ++x)
-            frameA[y * kStride + x] = (uint8_t)(x < kWidth ? (y / 2) * 16 + x / 2 : 0xEE);
+        for (x = 0; x < kStride; ++x) frameA[y * kStride + x] = (uint8_t)(x < kWidth ? (y / 2) * 16 + x / 2 : 0xEE);
     memcpy(frameB, frameA, sizeof(frameA));
     memset(&result, 0xA5, sizeof(result));
 
