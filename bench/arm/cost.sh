@@ -96,6 +96,10 @@ rows=(
 
 runs=build/armcost-runs
 
+# The uncounted-address list of one executable (the plain and NEON drivers
+# have the same name in different folders).
+uncounted_name() { echo "$(echo "$1" | tr / _)-$2.uncounted"; }
+
 # One emulator run: writes NAME.count ("insns N", "uncounted N"), NAME.units
 # or NAME.na. Our drivers leave out the calls that bench/arm/uncounted.txt
 # names (the list made for each executable below).
@@ -103,7 +107,7 @@ run_one() {
   local name=$1 emu=$2 exe=$3
   shift 3
   local status=0 uncounted=""
-  [ "$emu" != opencv ] && uncounted=",uncounted=$runs/$(basename "$exe")-$emu.uncounted"
+  [ "$emu" != opencv ] && uncounted=",uncounted=$runs/$(uncounted_name "$exe" "$emu")"
   # shellcheck disable=SC2046
   $(emulator "$emu") -plugin "$plugin,out=$runs/$name.count$uncounted" "$exe" "$@" > "$runs/$name.stdout" 2> "$runs/$name.stderr" ||
     status=$?
@@ -121,7 +125,7 @@ run_one() {
     grep '^cost-units ' "$runs/$name.stdout" | tail -1 | cut -d' ' -f2- > "$runs/$name.units"
   fi
 }
-export -f run_one emulator
+export -f run_one emulator uncounted_name
 export runs plugin guest_env
 
 # Every (row, size, column) pair: the kernel run and its baseline. Longest
@@ -132,7 +136,7 @@ rm -rf "$runs"
 mkdir -p "$runs"
 for col in "${columns[@]}"; do
   read -r cname emu exe <<< "$col"
-  if [ "$emu" != opencv ]; then uncounted_list "$emu" "$exe" "$runs/$(basename "$exe")-$emu.uncounted"; fi
+  if [ "$emu" != opencv ]; then uncounted_list "$emu" "$exe" "$runs/$(uncounted_name "$exe" "$emu")"; fi
 done
 for size in $sizes; do
   w=${size%x*}
