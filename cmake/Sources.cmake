@@ -86,6 +86,7 @@ brimvel_sources(BRIMVEL_CONFIG_SOURCES
 brimvel_sources(BRIMVEL_BOUNDSCHECK_SOURCES
   boundscheck/mem_s.cpp
   boundscheck/scan_buffer.cpp
+  boundscheck/scan_directive.cpp
   boundscheck/scan_input.cpp
   boundscheck/sscanf_s.cpp
   boundscheck/str_s.cpp
