@@ -61,14 +61,7 @@ built=$(date +%s)
 # bench/arm/guest.sh.
 # shellcheck source=bench/arm/guest.sh
 . bench/arm/guest.sh
-# The five columns: name, emulator, executable.
-columns=(
-  "plain-armhf armhf build/armcost-armhf-plain/bench/arm/cost_driver"
-  "neon-armhf armhf build/armcost-armhf/bench/arm/cost_driver"
-  "plain-aarch64 aarch64 build/armcost-aarch64-plain/bench/arm/cost_driver"
-  "neon-aarch64 aarch64 build/armcost-aarch64/bench/arm/cost_driver"
-  "opencv-aarch64 opencv build/armcost-aarch64/bench/arm/opencv_driver"
-)
+# The five columns (name, emulator, executable): $columns, from guest.sh.
 
 # The rows: kernel id, keypoint count (0: none), whether it depends on the
 # frame size, and the label.

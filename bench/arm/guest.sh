@@ -50,3 +50,13 @@ uncounted_list() {
          END { for (n in want) if (!(n in seen)) { print "uncounted_list: no " n " in the executable" > "/dev/stderr"; bad = 1 }
                exit bad }' bench/arm/uncounted.txt - > "$out"
 }
+
+# The five columns of the cost table, name, emulator and executable: the
+# plain ones from the library built with plain rows only.
+columns=(
+  "plain-armhf armhf build/armcost-armhf-plain/bench/arm/cost_driver"
+  "neon-armhf armhf build/armcost-armhf/bench/arm/cost_driver"
+  "plain-aarch64 aarch64 build/armcost-aarch64-plain/bench/arm/cost_driver"
+  "neon-aarch64 aarch64 build/armcost-aarch64/bench/arm/cost_driver"
+  "opencv-aarch64 opencv build/armcost-aarch64/bench/arm/opencv_driver"
+)

@@ -22,13 +22,6 @@ plugin=$PWD/build/armcost-aarch64/bench/arm/libinsn_count.so
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 
-columns=(
-  "plain-armhf armhf build/armcost-armhf-plain/bench/arm/cost_driver"
-  "neon-armhf armhf build/armcost-armhf/bench/arm/cost_driver"
-  "plain-aarch64 aarch64 build/armcost-aarch64-plain/bench/arm/cost_driver"
-  "neon-aarch64 aarch64 build/armcost-aarch64/bench/arm/cost_driver"
-  "opencv-aarch64 opencv build/armcost-aarch64/bench/arm/opencv_driver"
-)
 for col in "${columns[@]}"; do
   read -r name kind exe <<< "$col"
   uncounted=""
